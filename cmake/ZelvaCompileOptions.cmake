@@ -1,0 +1,14 @@
+# Compile options shared by every project target.
+
+# Warnings as errors for the project's own code.
+add_library(zelva_warnings INTERFACE)
+target_compile_options(zelva_warnings INTERFACE -Wall -Wextra -Werror)
+
+if(ZELVA_SANITIZE)
+  set(_zelva_sanitize_flags -fsanitize=${ZELVA_SANITIZE} -fno-omit-frame-pointer)
+  if(ZELVA_SANITIZE MATCHES "address|undefined")
+    list(APPEND _zelva_sanitize_flags -fno-sanitize-recover=all)
+  endif()
+  add_compile_options(${_zelva_sanitize_flags})
+  add_link_options(${_zelva_sanitize_flags})
+endif()

@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Installs what a fresh Debian bookworm machine lacks to build, test, fuzz and
+# benchmark the project. Safe to run again.
+set -euo pipefail
+
+packages=(
+  build-essential cmake          # compilers, make, CMake 3.25
+  binutils                       # nm, for the exported-symbol check
+  android-libbase-dev android-liblog-dev libfmt-dev  # Android's base library and logger
+  libgtest-dev libgmock-dev      # the test suite
+  libbenchmark-dev               # bench/
+  clang libclang-rt-14-dev       # libFuzzer targets
+  python3                        # bench/ tree generator
+)
+
+sudo=""
+if [ "$(id -u)" -ne 0 ]; then sudo="sudo"; fi
+$sudo apt-get update
+DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y --no-install-recommends "${packages[@]}"

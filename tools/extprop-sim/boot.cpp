@@ -1,0 +1,390 @@
+#include "boot.h"
+
+#include <dlfcn.h>
+#include <limits.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include <android-base/file.h>
+#include <android-base/parseint.h>
+#include <android-base/strings.h>
+
+#include "IInitExtensionProperty.h"
+#include "hostplatform/property_store.h"
+
+namespace extprop_sim {
+namespace {
+
+using android::init::IInitExtensionProperty;
+using Factory = IInitExtensionProperty* (*)(const char*);
+
+constexpr char kLibraryName[] = "libzelvaextproperty.so";
+constexpr char kCotaRequestSlot[] = "sys.cota.bind.load.properties";
+constexpr char kCotaRequestFile[] = "/data/cota/cota_mount_info.prop";
+constexpr std::chrono::milliseconds kDefaultWait(5000);
+
+struct SlotInfo {
+    int slot;
+    const char* operation;
+    size_t args;  // string arguments the operation takes in a script
+};
+
+constexpr SlotInfo kSlots[] = {
+        {2, "setLibName", 1},
+        {3, "bindCustomizeMediaPath", 1},
+        {4, "loadExtensionPartitionProperties", 0},
+        {5, "loadExtensionPartitionProperties", 1},
+        {6, "loadPersistOverrideProperties", 0},
+        {7, "loadCotaOverrideProperties", 0},
+        {8, "loadNightjarOverrideProperties", 0},
+        {9, "loadSimSwitchOverrideProperties", 0},
+        {10, "loadSimSwitchOverrideProperties", 1},
+        {11, "loadOverrideProperty", 2},
+        {12, "loadCotaServiceOverrideProperties", 1},
+};
+
+const SlotInfo* FindSlot(int slot) {
+    for (const SlotInfo& info : kSlots) {
+        if (info.slot == slot) return &info;
+    }
+    return nullptr;
+}
+
+std::chrono::milliseconds WaitArg(const std::vector<std::string>& args, size_t index) {
+    int ms;
+    if (args.size() > index && android::base::ParseInt(args[index], &ms, 0)) {
+        return std::chrono::milliseconds(ms);
+    }
+    return kDefaultWait;
+}
+
+bool WaitForProperty(const std::string& name, const std::string& value,
+                     std::chrono::milliseconds timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (hostplatform::GetProperty(name).value_or("") != value) {
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+void CallSlot(const Step& step, IInitExtensionProperty* object, sandbox::Context& ctx,
+              const std::string& note_key) {
+    const std::vector<std::string>& a = step.args;
+    const sandbox::Sink sink = ctx.sink();
+    android::init::PropertyMap map;
+    switch (step.slot) {
+        case 2:
+            object->setLibName(a[0].c_str());
+            break;
+        case 3:
+            object->bindCustomizeMediaPath(a[0].c_str());
+            break;
+        case 4:
+            object->loadExtensionPartitionProperties(&map);
+            sink(kFilledMapKind, map);
+            break;
+        case 5:
+            object->loadExtensionPartitionProperties(a[0], &map);
+            sink(kFilledMapKind, map);
+            break;
+        case 6:
+            ctx.Note(note_key, std::to_string(object->loadPersistOverrideProperties(sink)));
+            break;
+        case 7:
+            object->loadCotaOverrideProperties(sink);
+            break;
+        case 8:
+            object->loadNightjarOverrideProperties(sink);
+            break;
+        case 9:
+            object->loadSimSwitchOverrideProperties(sink);
+            break;
+        case 10:
+            object->loadSimSwitchOverrideProperties(a[0], sink);
+            break;
+        case 11:
+            ctx.Note(note_key, std::to_string(object->loadOverrideProperty(a[0], a[1], sink)));
+            break;
+        case 12:
+            object->loadCotaServiceOverrideProperties(a[0], sink);
+            break;
+    }
+}
+
+// The COTA service at boot: it posts "boot_mount" when it left a request,
+// waits for the thread to take it, then tells the thread that boot is done.
+void CotaBootSession(sandbox::Context& ctx, const std::string& note_key) {
+    std::string served = "none";
+    if (access(kCotaRequestFile, F_OK) == 0) {
+        hostplatform::SetProperty(kCotaRequestSlot, "boot_mount");
+        served = WaitForProperty(kCotaRequestSlot, "null", kDefaultWait) ? "boot_mount"
+                                                                         : "boot_mount (not taken)";
+    }
+    hostplatform::SetProperty(kCotaRequestSlot, "boot_mount_bind_complete");
+    // The thread re-reads the slot at once, or within one 200 ms poll.
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    ctx.Note(note_key, served);
+}
+
+void ExecuteStep(const Step& step, IInitExtensionProperty* object, sandbox::Context& ctx,
+                 const std::string& note_key) {
+    const std::vector<std::string>& a = step.args;
+    switch (step.kind) {
+        case Step::Kind::kSlot:
+            CallSlot(step, object, ctx, note_key);
+            break;
+        case Step::Kind::kSetProp:
+            hostplatform::SetProperty(a[0], a[1]);
+            break;
+        case Step::Kind::kSleep:
+            std::this_thread::sleep_for(WaitArg(a, 0));
+            break;
+        case Step::Kind::kWrite: {
+            std::error_code ec;
+            std::filesystem::create_directories(std::filesystem::path(a[0]).parent_path(), ec);
+            ctx.Note(note_key, android::base::WriteStringToFile(a[1], a[0]) ? "written"
+                                                                           : "write failed");
+            break;
+        }
+        case Step::Kind::kWaitProp:
+            ctx.Note(note_key, WaitForProperty(a[0], a[1], WaitArg(a, 2)) ? "seen" : "timed out");
+            break;
+        case Step::Kind::kWaitLog:
+            ctx.Note(note_key, ctx.WaitForLog(a[0], WaitArg(a, 1)) ? "seen" : "timed out");
+            break;
+        case Step::Kind::kCotaBoot:
+            CotaBootSession(ctx, note_key);
+            break;
+    }
+}
+
+// Splits a script line into words; "quoted text" is one word.
+std::vector<std::string> SplitWords(const std::string& line) {
+    std::vector<std::string> words;
+    std::string word;
+    bool quoted = false, in_word = false;
+    for (char c : line) {
+        if (c == '"') {
+            quoted = !quoted;
+            in_word = true;
+        } else if (!quoted && (c == ' ' || c == '\t')) {
+            if (in_word) words.push_back(word);
+            word.clear();
+            in_word = false;
+        } else {
+            word.push_back(c);
+            in_word = true;
+        }
+    }
+    if (in_word) words.push_back(word);
+    return words;
+}
+
+}  // namespace
+
+std::string OperationName(int slot) {
+    const SlotInfo* info = FindSlot(slot);
+    return info != nullptr ? info->operation : "";
+}
+
+int SlotOf(const std::string& name, size_t arg_count) {
+    for (const SlotInfo& info : kSlots) {
+        if (name == info.operation && arg_count == info.args) return info.slot;
+    }
+    return -1;
+}
+
+std::string Step::Describe() const {
+    std::string text;
+    switch (kind) {
+        case Kind::kSlot:
+            text = "slot " + std::to_string(slot) + " " + OperationName(slot);
+            break;
+        case Kind::kSetProp:
+            text = "setprop";
+            break;
+        case Kind::kSleep:
+            text = "sleep";
+            break;
+        case Kind::kWrite:
+            return "write " + args[0];
+        case Kind::kWaitProp:
+            text = "wait-prop";
+            break;
+        case Kind::kWaitLog:
+            text = "wait-log";
+            break;
+        case Kind::kCotaBoot:
+            text = "cota-boot";
+            break;
+    }
+    for (const std::string& arg : args) text += " " + (arg.empty() ? "\"\"" : arg);
+    return text;
+}
+
+std::vector<Step> DefaultBootSteps() {
+    using K = Step::Kind;
+    return {
+            {K::kSlot, 4, {}},
+            {K::kSlot, 5, {"/my_carrier"}},
+            {K::kSlot, 6, {}},
+            {K::kSlot, 7, {}},
+            {K::kSlot, 9, {}},
+            {K::kSlot, 10, {"propertiesOverrideSwitch"}},
+            {K::kSlot, 10, {"triggerLogoCopyFromCompanyBoot"}},
+            {K::kSlot, 8, {}},
+            {K::kSlot, 3, {"/system/media"}},
+            {K::kSlot, 11, {"", ""}},
+            {K::kSlot, 12, {"check_mount"}},
+            {K::kCotaBoot, -1, {}},
+    };
+}
+
+bool ParseScript(const std::string& text, std::vector<Step>* steps, std::string* error) {
+    std::istringstream in(text);
+    std::string line;
+    for (int number = 1; std::getline(in, line); ++number) {
+        std::vector<std::string> words = SplitWords(android::base::Trim(line));
+        if (words.empty() || words[0][0] == '#') continue;
+        const std::string where = "line " + std::to_string(number) + ": ";
+        const std::string verb = words[0];
+        std::vector<std::string> args(words.begin() + 1, words.end());
+        Step step{Step::Kind::kSlot, -1, args};
+        auto need = [&](size_t min, size_t max) {
+            if (args.size() >= min && args.size() <= max) return true;
+            *error = where + verb + " takes " +
+                     (min == max ? std::to_string(min) : std::to_string(min) + " to " + std::to_string(max)) +
+                     " argument(s)";
+            return false;
+        };
+        if (verb == "setprop") {
+            if (!need(2, 2)) return false;
+            step.kind = Step::Kind::kSetProp;
+        } else if (verb == "sleep") {
+            int ms;
+            if (!need(1, 1)) return false;
+            if (!android::base::ParseInt(args[0], &ms, 0)) {
+                *error = where + "sleep needs milliseconds, not '" + args[0] + "'";
+                return false;
+            }
+            step.kind = Step::Kind::kSleep;
+        } else if (verb == "write") {
+            if (!need(2, 2)) return false;
+            step.kind = Step::Kind::kWrite;
+            step.args[1] = android::base::StringReplace(args[1], "\\n", "\n", true);
+        } else if (verb == "wait-prop") {
+            if (!need(2, 3)) return false;
+            step.kind = Step::Kind::kWaitProp;
+        } else if (verb == "wait-log") {
+            if (!need(1, 2)) return false;
+            step.kind = Step::Kind::kWaitLog;
+        } else if (verb == "cota-boot") {
+            if (!need(0, 0)) return false;
+            step.kind = Step::Kind::kCotaBoot;
+        } else {
+            int slot = -1;
+            if (verb == "slot") {
+                if (args.empty() || !android::base::ParseInt(args[0], &slot) || FindSlot(slot) == nullptr) {
+                    *error = where + "slot needs a slot number from 2 to 12";
+                    return false;
+                }
+                step.args.erase(step.args.begin());
+            } else {
+                slot = SlotOf(verb, args.size());
+                if (slot < 0) {
+                    *error = where + "unknown step '" + verb + "' with " + std::to_string(args.size()) +
+                             " argument(s)";
+                    return false;
+                }
+            }
+            if (step.args.size() != FindSlot(slot)->args) {
+                *error = where + "slot " + std::to_string(slot) + " (" + OperationName(slot) +
+                         ") takes " + std::to_string(FindSlot(slot)->args) + " argument(s)";
+                return false;
+            }
+            step.slot = slot;
+        }
+        steps->push_back(std::move(step));
+    }
+    return true;
+}
+
+bool ReadPropsFile(const std::string& path, PropertyMap* props, std::string* error) {
+    std::string text;
+    if (!android::base::ReadFileToString(path, &text)) {
+        *error = "cannot read " + path + ": " + strerror(errno);
+        return false;
+    }
+    std::istringstream in(text);
+    std::string line;
+    for (int number = 1; std::getline(in, line); ++number) {
+        line = android::base::Trim(line);
+        if (line.empty() || line[0] == '#') continue;
+        const size_t eq = line.find('=');
+        if (eq == std::string::npos || eq == 0) {
+            *error = path + ":" + std::to_string(number) + ": expected name=value";
+            return false;
+        }
+        (*props)[android::base::Trim(line.substr(0, eq))] = android::base::Trim(line.substr(eq + 1));
+    }
+    return true;
+}
+
+std::string DefaultLibraryPath() {
+    std::string exe = android::base::GetExecutableDirectory();
+    return exe + "/../lib/" + kLibraryName;
+}
+
+BootResult RunBoot(const BootConfig& config) {
+    BootResult result;
+    result.steps = config.steps;
+
+    void* handle = dlopen(config.library.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) {
+        result.error = std::string("cannot load library: ") + dlerror();
+        return result;
+    }
+    auto factory = reinterpret_cast<Factory>(dlsym(handle, "QRAV_FETCH_IInitExtensionProperty"));
+    if (factory == nullptr) {
+        result.error = "library " + config.library + " has no QRAV_FETCH_IInitExtensionProperty";
+        return result;
+    }
+
+    std::string error;
+    std::unique_ptr<sandbox::ScratchRoot> root =
+            sandbox::ScratchRoot::Create(sandbox::DeviceTree().CopyFrom(config.tree), &error);
+    if (!root) {
+        result.error = "cannot prepare the device root: " + error;
+        return result;
+    }
+    if (config.keep_root) root->Keep();
+    result.root = root->path();
+
+    sandbox::Options options;
+    options.properties = config.properties;
+    options.echo_logs = config.echo_logs;
+    options.min_severity = config.verbose ? android::base::VERBOSE : android::base::INFO;
+    options.capture_tree = false;
+    options.timeout = std::chrono::minutes(10);
+
+    const std::vector<Step>& steps = config.steps;
+    result.outcome = sandbox::Run(*root, options, [&](sandbox::Context& ctx) {
+        ctx.SetStep("factory");
+        IInitExtensionProperty* object = factory(kLibraryName);
+        for (size_t i = 0; i < steps.size(); ++i) {
+            ctx.SetStep(std::to_string(i));
+            ExecuteStep(steps[i], object, ctx, std::to_string(i));
+        }
+        ctx.SetStep("end");
+    });
+    if (!result.outcome.Completed()) result.error = result.outcome.Describe();
+    return result;
+}
+
+}  // namespace extprop_sim

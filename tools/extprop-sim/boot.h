@@ -1,0 +1,78 @@
+// Booting the extension library the way init does: dlopen it, fetch the
+// object through QRAV_FETCH_IInitExtensionProperty and call its operations,
+// inside the device-root sandbox, setting every batch as init would.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "sandbox.h"
+
+namespace extprop_sim {
+
+using PropertyMap = std::map<std::string, std::string>;
+
+// One step of a boot: an operation of the object, or an action of the
+// simulated system around it.
+struct Step {
+    enum class Kind {
+        kSlot,      // an operation: slot number and its string arguments
+        kSetProp,   // setprop NAME VALUE
+        kSleep,     // sleep MS
+        kWrite,     // write PATH TEXT  (a file, as the COTA service writes requests)
+        kWaitProp,  // wait-prop NAME VALUE [MS]
+        kWaitLog,   // wait-log TEXT [MS]
+        kCotaBoot,  // cota-boot: the COTA service's boot requests to the bind thread
+    };
+    Kind kind;
+    int slot = -1;
+    std::vector<std::string> args;
+
+    // "slot 6 loadPersistOverrideProperties", "setprop a b", ...
+    std::string Describe() const;
+};
+
+// The operation name of a slot, or "" for a slot that doesn't exist.
+std::string OperationName(int slot);
+// The slot of an operation name or "slot N" number; -1 if unknown. Overloaded
+// operations take their slot from the argument count.
+int SlotOf(const std::string& name, size_t arg_count);
+
+// What init does at boot with the library, in the order of its boot points.
+std::vector<Step> DefaultBootSteps();
+
+// Parses a script: one step a line; blank lines and '#' comments skipped.
+// Arguments are separated by blanks; "double quotes" keep blanks, and \n in
+// write's text is a line feed.
+bool ParseScript(const std::string& text, std::vector<Step>* steps, std::string* error);
+
+struct BootConfig {
+    std::string tree;                 // device tree directory to copy
+    PropertyMap properties;           // system properties before boot
+    std::string library;              // path of libzelvaextproperty.so
+    std::vector<Step> steps;
+    bool echo_logs = false;           // the library's log on stderr as it happens
+    bool verbose = false;             // VERBOSE records too
+    bool keep_root = false;
+};
+
+struct BootResult {
+    std::string error;                // set when the boot couldn't run
+    std::string root;                 // scratch root (kept only on request)
+    std::vector<Step> steps;
+    sandbox::Outcome outcome;         // batches carry the step index as their step
+};
+
+// Batches of slots 4 and 5 are maps filled in place; they are reported with
+// this kind code.
+constexpr int kFilledMapKind = -1;
+
+BootResult RunBoot(const BootConfig& config);
+
+// Reads "name=value" lines into |props|.
+bool ReadPropsFile(const std::string& path, PropertyMap* props, std::string* error);
+
+// The default library: ../lib/libzelvaextproperty.so beside this executable.
+std::string DefaultLibraryPath();
+
+}  // namespace extprop_sim

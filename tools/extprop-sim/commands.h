@@ -1,0 +1,22 @@
+// The simulator's subcommands. Each returns the process exit status:
+// 0 success, 1 findings (lint), 2 a usage or setup error (one line on stderr).
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace extprop_sim {
+
+using Args = std::vector<std::string>;
+
+constexpr int kExitOk = 0;
+constexpr int kExitFindings = 1;
+constexpr int kExitError = 2;
+
+int ParseCommand(const Args& args);
+int BootCommand(const Args& args);
+
+// Prints "extprop-sim: <message>" on stderr and returns kExitError.
+int Fail(const std::string& message);
+
+}  // namespace extprop_sim
