@@ -341,6 +341,11 @@ std::string DefaultLibraryPath() {
     return exe + "/../lib/" + kLibraryName;
 }
 
+int StepIndex(const std::string& label) {
+    if (label.empty() || label.find_first_not_of("0123456789") != std::string::npos) return -1;
+    return std::stoi(label);
+}
+
 BootResult RunBoot(const BootConfig& config) {
     BootResult result;
     result.steps = config.steps;
@@ -380,6 +385,7 @@ BootResult RunBoot(const BootConfig& config) {
         for (size_t i = 0; i < steps.size(); ++i) {
             ctx.SetStep(std::to_string(i));
             ExecuteStep(steps[i], object, ctx, std::to_string(i));
+            if (config.after_step) config.after_step(ctx, i);
         }
         ctx.SetStep("end");
     });

@@ -3,6 +3,7 @@
 // inside the device-root sandbox, setting every batch as init would.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -54,6 +55,9 @@ struct BootConfig {
     bool echo_logs = false;           // the library's log on stderr as it happens
     bool verbose = false;             // VERBOSE records too
     bool keep_root = false;
+    // Runs inside the device after each step, with the step's index: a look at
+    // the files as the step left them (through the mounts the library made).
+    std::function<void(sandbox::Context& ctx, size_t step)> after_step;
 };
 
 struct BootResult {
@@ -68,6 +72,10 @@ struct BootResult {
 constexpr int kFilledMapKind = -1;
 
 BootResult RunBoot(const BootConfig& config);
+
+// The index of the step that a batch or log record belongs to (its step
+// label), or -1 for those outside the steps ("factory", "end").
+int StepIndex(const std::string& label);
 
 // Reads "name=value" lines into |props|.
 bool ReadPropsFile(const std::string& path, PropertyMap* props, std::string* error);

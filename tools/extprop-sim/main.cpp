@@ -11,16 +11,40 @@ namespace {
 constexpr char kUsage[] = R"(extprop-sim - runs libzelvaextproperty on a host as init would
 
 Usage:
-  extprop-sim boot --root DIR [--props FILE] [--script FILE] [--json] [--lib PATH]
-                   [-v] [--keep-root]
+  extprop-sim boot --root DIR [BOOT OPTIONS] [--json] [--keep-root]
       Copies the device tree DIR to a scratch root, enters it in a private mount
       namespace, loads the library, and runs init's boot sequence (or the steps
       of --script), setting every batch the way init does. Prints each batch with
-      its slot, operation and kind, then the properties after boot; the library's
-      log goes to stderr. --props seeds system properties from name=value lines.
+      its slot, operation and kind, marking what each entry did to the property
+      store (+ new, ~ changed, = already set, - cleared, ! refused) and its value
+      after boot when a later batch changed it; then the properties after boot.
+      The library's log goes to stderr; --json prints one JSON document instead.
+  extprop-sim explain NAME --root DIR [BOOT OPTIONS]
+      Boots like boot and tells the story of one property: the --props value it
+      started with, every file that set it (with the step that loaded the file and
+      the values it overrode), every batch that carried it, and its value after
+      boot. Exit status 1 when the property plays no part in the boot.
+  extprop-sim diff TREE_A TREE_B [BOOT OPTIONS] [--props-b FILE]
+      Boots both trees (--props seeds both unless --props-b gives B its own) and
+      prints the properties whose values after boot differ: - only in A, + only
+      in B, ~ changed. Exit status 0 when they are the same, 1 when they differ.
+  extprop-sim lint TREE [--props FILE]
+      Reads the tree as the library will and reports, one "path: severity:
+      problem" line each, what would silently go wrong at boot: illegal names or
+      values in any property file the library reads, imports that can't be
+      expanded (with the tree's and --props' properties) or name no file, files
+      that are symbolic links or unreadable, property sets no key can select,
+      map file entries whose target key selects nothing, an unknown brand or a
+      missing SKU region. Exit status 1 when there are errors.
   extprop-sim parse FILE [--prop NAME=VALUE]... [--filter FILTER] [-v]
       Loads one property file through the library's parser (imports, filters,
       ${name} expansion with the --prop values) and prints the result sorted.
+
+Boot options:
+  --props FILE   system properties set before boot, one name=value a line
+  --script FILE  boot steps to run instead of init's boot sequence (below)
+  --lib PATH     the library to load (default: ../lib beside this program)
+  -v, --verbose  the library's VERBOSE records too
 
 Script steps, one a line (# starts a comment):
   slot N [ARGS...]  or an operation name with its arguments, e.g.
@@ -45,6 +69,9 @@ int main(int argc, char** argv) {
     const Args args(argv + 2, argv + argc);
     if (command == "parse") return ParseCommand(args);
     if (command == "boot") return BootCommand(args);
+    if (command == "explain") return ExplainCommand(args);
+    if (command == "diff") return DiffCommand(args);
+    if (command == "lint") return LintCommand(args);
     return Fail("unknown command '" + command + "' (see extprop-sim --help)");
 }
 

@@ -1,5 +1,6 @@
 #include "report.h"
 
+#include "batch_effects.h"
 #include "json.h"
 
 namespace extprop_sim {
@@ -9,10 +10,46 @@ std::string KindName(int kind) {
     return kind == kFilledMapKind ? "map" : "kind " + std::to_string(kind);
 }
 
-// Index of the step a record belongs to, or -1 for records outside the steps.
-int StepIndex(const std::string& step) {
-    if (step.empty() || step.find_first_not_of("0123456789") != std::string::npos) return -1;
-    return std::stoi(step);
+std::string Count(size_t n, const char* what) {
+    return n == 0 ? "" : ", " + std::to_string(n) + " " + what;
+}
+
+std::string BatchText(const sandbox::Batch& batch, const BatchEffects& effects,
+                      const PropertyMap& final_store) {
+    size_t counts[5] = {};
+    std::string lines;
+    for (const auto& [name, value] : batch.props) {
+        const Effect& effect = effects.at(name);
+        ++counts[effect.what];
+        static constexpr char kMarks[] = "+~=-!";
+        lines += std::string(" ") + kMarks[effect.what] + " " + name + "=" + value;
+        if (effect.what == Effect::kChanged || effect.what == Effect::kCleared) {
+            lines += "  (was " + effect.before + ")";
+        }
+        if (effect.what == Effect::kRefused) lines += "  (refused: value too long)";
+        auto final_value = final_store.find(name);
+        const std::string left = effect.what == Effect::kRefused ? effect.before : value;
+        if (final_value == final_store.end() ? !left.empty() : final_value->second != left) {
+            lines += final_value == final_store.end() ? "  (final: unset)"
+                                                      : "  (final: " + final_value->second + ")";
+        }
+        lines += "\n";
+    }
+    return "-- " + KindName(batch.kind) + ", " + std::to_string(batch.props.size()) +
+           (batch.props.size() == 1 ? " property" : " properties") + Count(counts[0], "new") +
+           Count(counts[1], "changed") + Count(counts[2], "already set") +
+           Count(counts[3], "cleared") + Count(counts[4], "refused") + "\n" + lines;
+}
+
+std::string JsonNames(const PropertyMap& props, const BatchEffects& effects) {
+    std::vector<std::string> names;
+    for (const auto& [name, value] : props) {
+        const Effect::What what = effects.at(name).what;
+        if (what == Effect::kNew || what == Effect::kChanged || what == Effect::kCleared) {
+            names.push_back(JsonString(name));
+        }
+    }
+    return JsonArray(names);
 }
 
 }  // namespace
@@ -24,14 +61,15 @@ char SeverityLetter(android::base::LogSeverity severity) {
 
 std::string BootReportText(const BootConfig& config, const BootResult& result) {
     const sandbox::Outcome& outcome = result.outcome;
-    std::string out = "Booted " + config.tree + " with " + config.library + "\n";
+    const auto effects = ReplayBatches(config, result);
+    std::string out = "Booted " + config.tree + " with " + config.library +
+                      "\nBatch entries: + new, ~ changed, = already set, - cleared, ! refused;"
+                      " (final: ...) when the property ends the boot otherwise.\n";
     for (size_t i = 0; i < result.steps.size(); ++i) {
         out += "\n== " + result.steps[i].Describe() + "\n";
-        for (const sandbox::Batch& batch : outcome.batches) {
-            if (StepIndex(batch.step) != static_cast<int>(i)) continue;
-            out += "-- " + KindName(batch.kind) + ", " + std::to_string(batch.props.size()) +
-                   (batch.props.size() == 1 ? " property\n" : " properties\n");
-            for (const auto& [name, value] : batch.props) out += "   " + name + "=" + value + "\n";
+        for (size_t b = 0; b < outcome.batches.size(); ++b) {
+            if (StepIndex(outcome.batches[b].step) != static_cast<int>(i)) continue;
+            out += BatchText(outcome.batches[b], effects[b], outcome.properties);
         }
         if (auto note = outcome.notes.find(std::to_string(i)); note != outcome.notes.end()) {
             out += "-- result: " + note->second + "\n";
@@ -44,13 +82,17 @@ std::string BootReportText(const BootConfig& config, const BootResult& result) {
 
 std::string BootReportJson(const BootConfig& config, const BootResult& result) {
     const sandbox::Outcome& outcome = result.outcome;
+    const auto effects = ReplayBatches(config, result);
     std::string out = "{\n  \"tree\": " + JsonString(config.tree) +
-                      ",\n  \"library\": " + JsonString(config.library) + ",\n  \"steps\": [";
+                      ",\n  \"library\": " + JsonString(config.library) +
+                      ",\n  \"seeded\": " + JsonObject(config.properties, "  ") +
+                      ",\n  \"steps\": [";
     for (size_t i = 0; i < result.steps.size(); ++i) {
         const Step& step = result.steps[i];
         std::vector<std::string> args;
         for (const std::string& arg : step.args) args.push_back(JsonString(arg));
-        out += std::string(i == 0 ? "\n" : ",\n") + "    {\"step\": " + JsonString(step.Describe());
+        out += std::string(i == 0 ? "\n" : ",\n") + "    {\"index\": " + std::to_string(i) +
+               ", \"step\": " + JsonString(step.Describe());
         if (step.kind == Step::Kind::kSlot) {
             out += ", \"slot\": " + std::to_string(step.slot) +
                    ", \"operation\": " + JsonString(OperationName(step.slot));
@@ -63,7 +105,8 @@ std::string BootReportJson(const BootConfig& config, const BootResult& result) {
     }
     out += "\n  ],\n  \"batches\": [";
     const char* separator = "\n";
-    for (const sandbox::Batch& batch : outcome.batches) {
+    for (size_t b = 0; b < outcome.batches.size(); ++b) {
+        const sandbox::Batch& batch = outcome.batches[b];
         const int index = StepIndex(batch.step);
         const Step* step = index >= 0 && index < static_cast<int>(result.steps.size())
                                    ? &result.steps[index]
@@ -77,6 +120,7 @@ std::string BootReportJson(const BootConfig& config, const BootResult& result) {
         }
         out += batch.kind == kFilledMapKind ? ", \"kind\": null, \"filled_map\": true"
                                             : ", \"kind\": " + std::to_string(batch.kind);
+        out += ", \"changed\": " + JsonNames(batch.props, effects[b]);
         out += ", \"properties\": " + JsonObject(batch.props, "    ") + "}";
     }
     out += "\n  ],\n  \"properties\": " + JsonObject(outcome.properties, "  ");

@@ -1,0 +1,54 @@
+#include "batch_effects.h"
+
+#include <algorithm>
+
+#include <android-base/strings.h>
+
+namespace extprop_sim {
+namespace {
+
+// Sets a property as the host's store does: an empty value clears it, and a
+// value of 92 bytes or more is refused outside "ro.".
+Effect Apply(PropertyMap* store, const std::string& name, const std::string& value) {
+    auto it = store->find(name);
+    const std::string before = it != store->end() ? it->second : "";
+    if (value.size() >= 92 && !android::base::StartsWith(name, "ro.")) {
+        return {Effect::kRefused, before};
+    }
+    if (value.empty()) {
+        if (it == store->end()) return {Effect::kSame, ""};
+        store->erase(it);
+        return {Effect::kCleared, before};
+    }
+    if (it == store->end()) {
+        store->emplace(name, value);
+        return {Effect::kNew, ""};
+    }
+    if (before == value) return {Effect::kSame, before};
+    it->second = value;
+    return {Effect::kChanged, before};
+}
+
+}  // namespace
+
+std::vector<BatchEffects> ReplayBatches(const BootConfig& config, const BootResult& result) {
+    PropertyMap store;
+    for (const auto& [name, value] : config.properties) Apply(&store, name, value);
+    std::vector<BatchEffects> effects;
+    size_t replayed = 0;  // steps whose setprop is in the store
+    for (const sandbox::Batch& batch : result.outcome.batches) {
+        // A setprop step sends no batch: those before the batch's step came first.
+        const int index = StepIndex(batch.step);
+        for (; index > 0 && replayed < std::min<size_t>(index, result.steps.size()); ++replayed) {
+            const Step& step = result.steps[replayed];
+            if (step.kind == Step::Kind::kSetProp) Apply(&store, step.args[0], step.args[1]);
+        }
+        BatchEffects& batch_effects = effects.emplace_back();
+        for (const auto& [name, value] : batch.props) {
+            batch_effects[name] = Apply(&store, name, value);
+        }
+    }
+    return effects;
+}
+
+}  // namespace extprop_sim

@@ -1,0 +1,25 @@
+// What each batch of a boot did to the property store, replayed from the
+// batches on the properties the boot started with.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "boot.h"
+
+namespace extprop_sim {
+
+struct Effect {
+    enum What { kNew, kChanged, kSame, kCleared, kRefused } what;
+    std::string before;  // the value the entry replaced or cleared
+};
+
+using BatchEffects = std::map<std::string, Effect>;
+
+// The effect of each entry of each batch of |result|, in batch order. The
+// store starts with the seeded properties and takes the script's setprop
+// steps; what the library sets itself is not seen.
+std::vector<BatchEffects> ReplayBatches(const BootConfig& config, const BootResult& result);
+
+}  // namespace extprop_sim

@@ -1,0 +1,33 @@
+// The options that every booting command shares (--root, --props, --script,
+// --lib, -v) and the boot they describe.
+#pragma once
+
+#include <string>
+
+#include "boot.h"
+#include "commands.h"
+
+namespace extprop_sim {
+
+struct BootOptions {
+    std::string tree;
+    std::string props_file;
+    std::string script_file;
+    std::string library = DefaultLibraryPath();
+    bool verbose = false;
+};
+
+// Takes args[*i] (and its value, advancing *i) when it is a boot option.
+// Returns false when it isn't one; sets |error| when it is but lacks a value.
+bool TakeBootOption(const Args& args, size_t* i, BootOptions* options, std::string* error);
+
+// The boot the options describe: the tree must be a directory, the library
+// loadable, the props and script files readable and well-formed.
+bool MakeBootConfig(const BootOptions& options, BootConfig* config, std::string* error);
+
+// Runs the boot for a command that reports on it afterwards (the library's
+// log is kept, not echoed), saying so on stderr. Returns false with the
+// reason when the boot couldn't run.
+bool BootQuietly(const BootConfig& config, BootResult* result, std::string* error);
+
+}  // namespace extprop_sim

@@ -1,0 +1,41 @@
+// lint: what in a device tree would silently go wrong at boot, found by
+// reading the tree's files the way the library reads them.
+#pragma once
+
+#include <set>
+#include <string>
+#include <vector>
+
+namespace extprop_sim {
+
+struct LintContext {
+    std::string tree;                // the device tree on the host
+    std::vector<std::string> dirs;   // host paths of the customization directories, each once
+    std::vector<std::string> lines;  // findings: "path: error: problem"
+    size_t errors = 0;
+    size_t warnings = 0;
+    std::set<std::string> checked;     // files (with their filter) already checked
+    std::vector<std::string> loading;  // files being checked, importer first
+
+    void Error(const std::string& path, const std::string& problem);
+    void Warning(const std::string& path, const std::string& problem);
+};
+
+// Checks one property file at a host path, as the parser would read it with
+// |filter| (null: none, imports followed): a final symbolic link or an
+// unreadable file, illegal names and values, and imports that can't be
+// expanded, name no file or form a cycle. A missing file is not a finding.
+void LintPropertyFile(LintContext* ctx, const std::string& path, const char* filter = nullptr);
+
+// The customization directories of the tree's brand and SKU region, as the
+// library lists them, warning when the brand or region is missing.
+std::vector<std::string> LintCustomizationDirs(LintContext* ctx);
+
+// What every customization directory holds: build.prop and the
+// etc/build.<key>.prop files, property sets (properties/<key>/<set>) and map
+// files (etc/nvmap.prop, flags.prop, custom_map.prop).
+void LintPartitionFiles(LintContext* ctx);
+void LintPropertySets(LintContext* ctx);
+void LintMapFiles(LintContext* ctx);
+
+}  // namespace extprop_sim

@@ -1,0 +1,102 @@
+// lint TREE: reads a device tree the way the library will and reports what
+// would silently go wrong at boot.
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <clocale>
+#include <cstdio>
+
+#include <android-base/logging.h>
+
+#include "boot.h"
+#include "commands.h"
+#include "hostplatform/property_store.h"
+#include "lint.h"
+#include "tree_path.h"
+#include "utils.h"
+
+namespace extprop_sim {
+namespace {
+
+// Data-partition overrides, switch-key files, COTA request files and the
+// special-edition file: read at fixed paths.
+constexpr const char* kFixedFiles[] = {
+        "/data/system/customize/cloud-config/data_cloud_prop_file.prop",
+        "/data/system/customize/empty_appchannel_prop_file.prop",
+        "/data/system/customize/data_common_prop_file.prop",
+        "/data/system/customize/sim_switch/sim_switch_first_file",
+        "/data/system/customize/sim_switch/sim_switch_current_file",
+        "/data/system/customize/sim_switch/region_switch_file",
+        "/data/system/customize/sim_switch/sim_action_file",
+        "/mnt/vendor/zelvareserve/system/ssv/sim_switch_first_file",
+        "/mnt/vendor/zelvareserve/system/ssv/sim_switch_current_file",
+        "/mnt/vendor/zelvareserve/system/ssv/region_switch_file",
+        "/mnt/vendor/zelvareserve/system/ssv/sim_switch_convert_file",
+        "/mnt/vendor/zelvareserve/system/ssv/sim_action_file",
+        "/mnt/vendor/zelvareserve/system/ssv/sim_switch_common_prop_file",
+        "/mnt/vendor/zelvareserve/system/ssv/force_connect_internet_prop_file",
+        "/mnt/vendor/zelvareserve/system/flag/flashback.cfg",
+        "/data/cota/cota_mount_info.prop",
+        "/data/cota/cota_module_info.prop",
+        "/my_company/etc/build.prop",
+};
+
+}  // namespace
+
+int LintCommand(const Args& args) {
+    std::string tree, props_file, error;
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "--props") {
+            if (i + 1 == args.size() || args[i + 1].empty()) return Fail("--props needs a value");
+            props_file = args[++i];
+        } else if (!args[i].empty() && args[i][0] == '-') {
+            return Fail("unknown option '" + args[i] + "' for lint");
+        } else if (tree.empty()) {
+            tree = args[i];
+        } else {
+            return Fail("lint takes one device tree, got '" + tree + "' and '" + args[i] + "'");
+        }
+    }
+    if (tree.empty()) return Fail("lint needs a device tree");
+    while (tree.size() > 1 && tree.back() == '/') tree.pop_back();
+    struct stat st;
+    if (stat(tree.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+        return Fail("device tree " + tree + " is not a directory");
+    }
+    PropertyMap seeded;
+    if (!props_file.empty() && !ReadPropsFile(props_file, &seeded, &error)) return Fail(error);
+
+    // Values are checked as init checks them, in UTF-8; the parser's own
+    // warnings are not findings.
+    if (setlocale(LC_CTYPE, "C.UTF-8") == nullptr) setlocale(LC_CTYPE, "");
+    android::base::SetMinimumLogSeverity(android::base::FATAL_WITHOUT_ABORT);
+
+    LintContext ctx;
+    ctx.tree = tree;
+    for (const std::string& dir : LintCustomizationDirs(&ctx)) {
+        const std::string host = HostPath(tree, dir, true);
+        if (std::find(ctx.dirs.begin(), ctx.dirs.end(), host) == ctx.dirs.end()) {
+            ctx.dirs.push_back(host);
+        }
+    }
+    // Imports expand ${name} with what init holds by then: the partitions'
+    // properties, and the --props values.
+    for (const std::string& dir : ctx.dirs) {
+        PropertyMap props;
+        load_properties_from_file_without_se((dir + "/build.prop").c_str(), "*", &props);
+        for (const auto& [name, value] : props) hostplatform::SetProperty(name, value);
+    }
+    for (const auto& [name, value] : seeded) hostplatform::SetProperty(name, value);
+
+    LintPartitionFiles(&ctx);
+    LintPropertySets(&ctx);
+    LintMapFiles(&ctx);
+    for (const char* file : kFixedFiles) LintPropertyFile(&ctx, HostPath(tree, file, false));
+
+    for (const std::string& line : ctx.lines) printf("%s\n", line.c_str());
+    printf("%s: %zu error(s), %zu warning(s)\n", tree.c_str(), ctx.errors, ctx.warnings);
+    return ctx.errors != 0 ? kExitFindings : kExitOk;
+}
+
+}  // namespace extprop_sim
