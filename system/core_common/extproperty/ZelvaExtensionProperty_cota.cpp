@@ -53,7 +53,8 @@ void InitExtensionPropertyImpl::loadCotaOverrideProperties(PropertySink sink) no
     loadExtensionPartitionProperties(dir, &props);
     loadExtensionPartitionSimswitchProperties(dir, &props);
     renameBigballToCarrier(&props);
-    if (!props.empty()) sink(0, props);
+    // Handed over whole, not copied: nothing here reads it again.
+    if (!props.empty()) sink(0, std::move(props));
     loadSpecialProperties(sink);
 }
 
@@ -69,7 +70,7 @@ void InitExtensionPropertyImpl::updateCotaInfoProperties(PropertySink sink) {
     // One-shot: consumed whether or not it loaded.
     if (unlink(kCotaMountInfoFile) != 0) PLOG(ERROR) << "unlink() failed for " << kCotaMountInfoFile;
     if (props.empty()) return;
-    sink(0, props);
+    sink(0, std::move(props));
     loadCustomizeDisplayVersionName(sink);
 }
 

@@ -61,7 +61,8 @@ int InitExtensionPropertyImpl::loadPersistOverrideProperties(PropertySink sink) 
                           "sys.sim.switch.first", "sys.sim.switch.convert"},
                          &keys);
         loadExtensionSimswitchKeyInfo(&keys);
-        if (!keys.empty()) sink(0, keys);
+        // Each batch is handed over whole, not copied: nothing here reads it again.
+        if (!keys.empty()) sink(0, std::move(keys));
         load_overrides = true;
     }
 
@@ -76,7 +77,7 @@ int InitExtensionPropertyImpl::loadPersistOverrideProperties(PropertySink sink) 
                               "sys.sim.switch.convert"},
                              &keys);
             loadExtensionSimswitchKeyInfo(&keys);
-            if (!keys.empty()) sink(0, keys);
+            if (!keys.empty()) sink(0, std::move(keys));
         }
         load_overrides = true;
     }
@@ -93,11 +94,11 @@ int InitExtensionPropertyImpl::loadPersistOverrideProperties(PropertySink sink) 
             it = android::base::StartsWith(it->first, "ro.") ? company.erase(it) : std::next(it);
         }
         if (!company.empty()) {
-            sink(1, company);
+            sink(1, std::move(company));
             company.clear();
         }
         company.emplace(kCompanyDateBackupProperty, date);
-        sink(2, company);
+        sink(2, std::move(company));
     }
 
     loadSpecialProperties(sink);
@@ -130,7 +131,7 @@ void InitExtensionPropertyImpl::loadOverridePropertiesByPriority(PropertySink si
     load_key_set("sys.sim.switch.current", &simSwitchCurrentKey, "SimSwitchCurrentTime");
     load_key_set("sys.sim.switch.first", &simSwitchFirstKey, "SimSwitchFirstTime");
 
-    if (!props.empty()) sink(0, props);
+    if (!props.empty()) sink(0, std::move(props));
 }
 
 }  // namespace init

@@ -105,7 +105,8 @@ void InitExtensionPropertyImpl::loadNightjarOverrideProperties(PropertySink sink
     if (!load_properties_from_file_without_se(kNightjarBuildProp, nullptr, &props)) {
         LOG(INFO) << "can not read prop from :" << kNightjarBuildProp;
     }
-    sink(0, props);
+    // Handed over whole, not copied: nothing here reads it again.
+    sink(0, std::move(props));
     loadSpecialProperties(sink);
 }
 
@@ -138,7 +139,7 @@ void InitExtensionPropertyImpl::loadSimSwitchOverrideProperties(PropertySink sin
     if (GetSystemProperty("sys.cotaimg.verify", "0") == "1" && cota_dir != "0") {
         loadExtensionPartitionSimswitchProperties(cota_dir, &props);
     }
-    if (!props.empty()) sink(0, props);
+    if (!props.empty()) sink(0, std::move(props));
     loadSpecialProperties(sink);
 }
 

@@ -5,6 +5,7 @@
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <wchar.h>
 
 #include <android-base/chrono_utils.h>
 #include <android-base/file.h>
@@ -229,8 +230,15 @@ Result<void> IsLegalPropertyValue(const std::string& name, const std::string& va
     if (value.size() >= PROPERTY_VALUE_MAX && !android::base::StartsWith(name, "ro.")) {
         return Error() << "Property value too long";
     }
-    if (mbstowcs(nullptr, value.data(), 0) == static_cast<size_t>(-1)) {
-        return Error() << "Value is not a UTF8 encoded string";
+    // Every byte is checked, also past a NUL (mbstowcs would stop there); a
+    // sequence cut off by the end of the value is invalid as well.
+    mbstate_t state = {};
+    for (size_t i = 0; i < value.size();) {
+        const size_t n = mbrtowc(nullptr, value.data() + i, value.size() - i, &state);
+        if (n == static_cast<size_t>(-1) || n == static_cast<size_t>(-2)) {
+            return Error() << "Value is not a UTF8 encoded string";
+        }
+        i += n == 0 ? 1 : n;
     }
     return {};
 }
@@ -239,16 +247,21 @@ Result<std::string> ReadFile(const std::string& path) {
     unique_fd fd(TEMP_FAILURE_RETRY(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC)));
     if (fd == -1) return ErrnoError() << "open() failed";
 
-    std::string content;
+    // Read straight into the result, sized from fstat: a regular file takes one
+    // read for its bytes and one that sees its end. The spare byte leaves room
+    // for the line feed that the parsers append.
     struct stat sb;
-    if (fstat(fd.get(), &sb) != -1 && sb.st_size > 0) content.reserve(sb.st_size);
-
-    char buf[kReadChunkSize];
+    const bool sized = fstat(fd.get(), &sb) != -1 && sb.st_size > 0;
+    std::string content(sized ? static_cast<size_t>(sb.st_size) + 1 : kReadChunkSize, '\0');
+    size_t length = 0;
     ssize_t n;
-    while ((n = TEMP_FAILURE_RETRY(read(fd.get(), buf, sizeof(buf)))) > 0) {
-        content.append(buf, n);
+    while ((n = TEMP_FAILURE_RETRY(
+                    read(fd.get(), &content[length], content.size() - length))) > 0) {
+        length += n;
+        if (length == content.size()) content.resize(content.size() * 2);
     }
     if (n != 0) return ErrnoError() << "Unable to read file contents";
+    content.resize(length);
     return content;
 }
 
