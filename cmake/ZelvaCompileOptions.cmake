@@ -12,3 +12,8 @@ if(ZELVA_SANITIZE)
   add_compile_options(${_zelva_sanitize_flags})
   add_link_options(${_zelva_sanitize_flags})
 endif()
+
+# libFuzzer: coverage instrumentation in every object; fuzz/ links the driver itself.
+if(ZELVA_BUILD_FUZZERS)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()

@@ -107,7 +107,7 @@ InitExtensionPropertyImpl::InitExtensionPropertyImpl() {
     InitCustDirList();
 }
 
-InitExtensionPropertyImpl::~InitExtensionPropertyImpl() = default;
+InitExtensionPropertyImpl::~InitExtensionPropertyImpl() noexcept = default;
 
 void InitExtensionPropertyImpl::setLibName(const char* name) noexcept {
     libName = name;

@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets (clang, ASan+UBSan) in build-fuzz/ and runs each one for a short
+# while on a scratch copy of its seed corpus (the repository is never written to).
+#   scripts/fuzz-smoke.sh [SECONDS]     seconds per target, default 45
+# Prints each target's execution count; exits non-zero when a target crashes, leaks, times out
+# or reports a sanitizer error.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+seconds="${1:-45}"
+build="$PWD/build-fuzz"
+
+CC=clang CXX=clang++ cmake -S . -B "$build" -DZELVA_BUILD_FUZZERS=ON \
+  -DZELVA_SANITIZE=address,undefined -DZELVA_BUILD_TESTS=OFF -DZELVA_BUILD_TOOLS=OFF \
+  -DZELVA_BUILD_BENCH=OFF >/dev/null
+# The targets are the zelva_fuzzer(<name> ...) lines of fuzz/CMakeLists.txt.
+mapfile -t targets < <(sed -n 's/^zelva_fuzzer(\([A-Za-z0-9_]*\).*/\1/p' fuzz/CMakeLists.txt)
+cmake --build "$build" -j 2 --target "${targets[@]}"
+
+scratch="$(mktemp -d)"
+trap 'rm -rf "$scratch"' EXIT
+export ASAN_OPTIONS="detect_leaks=1"
+export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
+
+failed=0
+for target in "${targets[@]}"; do
+  corpus="$scratch/corpus-$target"
+  mkdir -p "$corpus"
+  if [ -d "fuzz/corpus/$target" ]; then cp -R "fuzz/corpus/$target/." "$corpus/"; fi
+  log="$scratch/$target.log"
+  rc=0
+  (cd "$scratch" && "$build/bin/$target" -max_total_time="$seconds" -timeout=25 \
+      -print_final_stats=1 -artifact_prefix="$scratch/$target-" "$corpus") >"$log" 2>&1 || rc=$?
+  execs="$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -n 1)"
+  report='ERROR: [A-Za-z]*Sanitizer|runtime error:|ERROR: libFuzzer'
+  if [ "$rc" -ne 0 ] || grep -qE "$report" "$log"; then
+    echo "$target: FAILED (exit $rc) after ${execs:-?} executions"
+    grep -E -A 30 'ERROR|runtime error' "$log" | head -n 60 || tail -n 40 "$log"
+    failed=1
+  else
+    echo "$target: ${execs:-?} executions in ${seconds}s"
+  fi
+done
+exit "$failed"
