@@ -7,33 +7,12 @@
 #include <android-base/logging.h>
 #include <gtest/gtest.h>
 
+#include "log_capture.h"
 #include "sandbox.h"
 
 namespace zelva_test {
 
 using PropertyMap = std::map<std::string, std::string>;
-
-struct LogLine {
-    android::base::LogSeverity severity;
-    std::string file;
-    std::string message;
-};
-
-// Captures libbase log records in this process while alive.
-class LogCapture {
-  public:
-    explicit LogCapture(android::base::LogSeverity min = android::base::VERBOSE);
-    ~LogCapture();
-    const std::vector<LogLine>& lines() const { return lines_; }
-    // Messages at |severity|, in order.
-    std::vector<std::string> Messages(android::base::LogSeverity severity) const;
-    bool Has(android::base::LogSeverity severity, const std::string& message) const;
-    void Clear() { lines_.clear(); }
-
-  private:
-    std::vector<LogLine> lines_;
-    android::base::LogSeverity previous_min_;
-};
 
 // Runs |fn| in the device-root sandbox built from |tree|. When the machine
 // refuses the namespaces the test is skipped, or fails under CI=true.

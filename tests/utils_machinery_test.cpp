@@ -14,7 +14,7 @@
 #include <android-base/unique_fd.h>
 #include <gmock/gmock.h>
 
-#include "test_support.h"
+#include "log_capture.h"
 #include "utils.h"
 
 namespace zelva_test {
