@@ -159,15 +159,15 @@ class ChildContext : public Context {
 
     void OnLog(android::base::LogSeverity severity, const char* file, unsigned line,
                const char* message) {
-        std::string step;
+        // Sent before waiters wake, so a record that WaitForLog saw is never
+        // lost when the function returns right after.
+        Send(kLog, {CurrentStep(), std::to_string(severity), file != nullptr ? file : "",
+                    std::to_string(line), message});
         {
             std::lock_guard<std::mutex> guard(state_lock_);
             messages_.push_back(message);
-            step = step_;
         }
         logged_.notify_all();
-        Send(kLog, {step, std::to_string(severity), file != nullptr ? file : "", std::to_string(line),
-                    message});
     }
 
   private:
