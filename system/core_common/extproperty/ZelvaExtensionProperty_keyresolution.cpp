@@ -95,8 +95,11 @@ void ConvertFirstKeyFromOldScheme(InitExtensionPropertyImpl* impl, const Propert
     auto written = WriteFile(kReserveSimSwitchFirstFile,
                              std::string(kSimSwitchFirstProperty) + "=" + first_key + "\n");
     if (!written.ok()) {
-        // No marker: the conversion is tried again on the next boot.
+        // No marker: the conversion is tried again on the next boot. The file
+        // was missing before; a partly written one (full reserve) would count
+        // as present and block that retry for good.
         LOG(ERROR) << "Unable to write sim_action_first_file " << written.error();
+        unlink(kReserveSimSwitchFirstFile);
     } else if (auto marked = WriteFile(kReserveSimSwitchConvertFile,
                                        std::string(kSimSwitchConvertProperty) + "= true\n");
                !marked.ok()) {
