@@ -68,7 +68,7 @@ void ReadReserveKeyFile(const KeyFile& file, PropertyMap* props, std::string* ke
         return;
     }
     std::string content;
-    if (!android::base::ReadFileToString(file.path, &content, false)) {
+    if (!ReadFileToStringNoFollow(file.path, &content)) {
         LOG(ERROR) << file.legacy_read_failed << file.path;
     }
     if (content.empty()) return;
@@ -95,11 +95,9 @@ void ConvertFirstKeyFromOldScheme(InitExtensionPropertyImpl* impl, const Propert
     auto written = WriteFile(kReserveSimSwitchFirstFile,
                              std::string(kSimSwitchFirstProperty) + "=" + first_key + "\n");
     if (!written.ok()) {
-        // No marker: the conversion is tried again on the next boot. The file
-        // was missing before; a partly written one (full reserve) would count
-        // as present and block that retry for good.
+        // No marker, and WriteFile leaves no empty first file that would count
+        // as present: the conversion is tried again on the next boot.
         LOG(ERROR) << "Unable to write sim_action_first_file " << written.error();
-        unlink(kReserveSimSwitchFirstFile);
     } else if (auto marked = WriteFile(kReserveSimSwitchConvertFile,
                                        std::string(kSimSwitchConvertProperty) + "= true\n");
                !marked.ok()) {
@@ -196,7 +194,7 @@ void InitExtensionPropertyImpl::loadExtensionSimswitchKeyInfo(PropertyMap* props
 
     // The region file is tested by opening it, not by access().
     if (android::base::unique_fd region_fd(
-                TEMP_FAILURE_RETRY(open(kReserveRegionSwitchFile, O_RDONLY | O_CLOEXEC)));
+                TEMP_FAILURE_RETRY(open(kReserveRegionSwitchFile, O_RDONLY | O_CLOEXEC | O_NONBLOCK)));
         region_fd != -1) {
         LOG(INFO) << "region_switch_file exists!!!";
         ReadReserveKeyFile({kReserveRegionSwitchFile, kRegionSwitchProperty,

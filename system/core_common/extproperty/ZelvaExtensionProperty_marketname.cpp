@@ -73,7 +73,7 @@ void updateMarketName(PropertySink sink) {
     const std::string size_path =
             "/sys/block/" + GetSystemProperty("dev.mnt.blk.userdata") + "/size";
     std::string size_text;
-    if (!android::base::ReadFileToString(size_path, &size_text, false)) return;
+    if (!ReadFileToStringNoFollow(size_path, &size_text)) return;
     const std::optional<int64_t> sectors = ParseLeadingInt64(size_text);
     if (!sectors) return;
 

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <string.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <android-base/logging.h>
@@ -36,8 +37,15 @@ bool Exists(const std::string& path) {
     return access(path.c_str(), F_OK) == 0;
 }
 
-// The size of an open file or block device, or -1 (errno set).
+// The size of an open regular file or block device, or -1 with errno set.
+// Anything else (a directory, a FIFO, a character device) has no size to trust.
 off_t MeasureSize(int fd) {
+    struct stat st;
+    if (fstat(fd, &st) != 0) return -1;
+    if (!S_ISREG(st.st_mode) && !S_ISBLK(st.st_mode)) {
+        errno = S_ISDIR(st.st_mode) ? EISDIR : EINVAL;
+        return -1;
+    }
     const off_t size = lseek(fd, 0, SEEK_END);
     if (size == -1 || lseek(fd, 0, SEEK_SET) == -1) return -1;
     return size;
@@ -58,12 +66,15 @@ bool CopyBytes(int source, int target, off_t size) {
 // Copies |source| over the start of the logo partition; false when the copy
 // was refused or failed (already logged).
 bool CopyLogo(const std::string& source) {
-    android::base::unique_fd in(TEMP_FAILURE_RETRY(open(source.c_str(), O_RDONLY | O_CLOEXEC)));
+    // Non-blocking: a FIFO named as source or target must not stall boot.
+    android::base::unique_fd in(
+            TEMP_FAILURE_RETRY(open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)));
     if (in == -1) {
         PLOG(ERROR) << "Unable to open logo resource " << source;
         return false;
     }
-    android::base::unique_fd out(TEMP_FAILURE_RETRY(open(kLogoTarget, O_WRONLY | O_CLOEXEC)));
+    android::base::unique_fd out(
+            TEMP_FAILURE_RETRY(open(kLogoTarget, O_WRONLY | O_CLOEXEC | O_NONBLOCK)));
     if (out == -1) {
         PLOG(ERROR) << "Unable to open the target Partition " << kLogoTarget;
         return false;

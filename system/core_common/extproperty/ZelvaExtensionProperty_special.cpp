@@ -33,7 +33,8 @@ void DeleteIfExists(const char* path) {
 }
 
 void DeleteIfReadable(const char* path) {
-    android::base::unique_fd fd(TEMP_FAILURE_RETRY(open(path, O_RDONLY | O_CLOEXEC)));
+    // Non-blocking: only whether it opens matters, and a FIFO must not stall boot.
+    android::base::unique_fd fd(TEMP_FAILURE_RETRY(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)));
     if (fd == -1) return;
     fd.reset();
     if (unlink(path) != 0) LOG(ERROR) << "unlink() failed for " << path;

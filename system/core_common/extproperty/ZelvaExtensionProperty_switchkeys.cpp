@@ -73,7 +73,7 @@ void find_nv_source_key(std::string* source, std::string mapFileName, std::strin
 void load_old_nv_key(std::string* nvFlag, std::string* nvKey) {
     std::string content;
     for (const char* path : kOldNvFlagSources) {
-        if (!android::base::ReadFileToString(path, &content, false)) {
+        if (!ReadFileToStringNoFollow(path, &content)) {
             LOG(ERROR) << "read nv_flag failed :" << path;
             continue;
         }
@@ -91,7 +91,7 @@ void load_old_nv_key(std::string* nvFlag, std::string* nvKey) {
 
 void read_old_ssv_key(std::string* ssvKey) {
     if (access(kReserveSimActionFile, F_OK) != 0) return;
-    if (!android::base::ReadFileToString(kReserveSimActionFile, ssvKey, false)) {
+    if (!ReadFileToStringNoFollow(kReserveSimActionFile, ssvKey)) {
         LOG(ERROR) << "read old ssv failed :" << kReserveSimActionFile;
     }
 }

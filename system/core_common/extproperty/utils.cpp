@@ -243,8 +243,13 @@ Result<void> IsLegalPropertyValue(const std::string& name, const std::string& va
     return {};
 }
 
+// Files are opened non-blocking everywhere: a FIFO in place of a file then
+// reads as empty instead of stopping init until a writer appears. Regular
+// files and block devices don't notice the flag.
+constexpr int kReadFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
+
 Result<std::string> ReadFile(const std::string& path) {
-    unique_fd fd(TEMP_FAILURE_RETRY(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC)));
+    unique_fd fd(TEMP_FAILURE_RETRY(open(path.c_str(), kReadFlags | O_NOFOLLOW)));
     if (fd == -1) return ErrnoError() << "open() failed";
 
     // Read straight into the result, sized from fstat: a regular file takes one
@@ -265,16 +270,38 @@ Result<std::string> ReadFile(const std::string& path) {
     return content;
 }
 
+bool ReadFileToStringNoFollow(const std::string& path, std::string* content) {
+    content->clear();
+    unique_fd fd(TEMP_FAILURE_RETRY(open(path.c_str(), kReadFlags | O_NOFOLLOW)));
+    return fd != -1 && android::base::ReadFdToString(fd, content);
+}
+
 Result<void> WriteFile(const std::string& path, const std::string& content) {
-    unique_fd fd(TEMP_FAILURE_RETRY(
-            open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_TRUNC | O_CLOEXEC, 0600)));
+    // Created here, or rewritten in place (keeping owner and mode, as a
+    // truncating open would). The state files are tiny, but a full partition
+    // must neither leave an empty new file nor destroy the old content.
+    constexpr int kFlags = O_WRONLY | O_NOFOLLOW | O_CLOEXEC;
+    bool created = true;
+    unique_fd fd(TEMP_FAILURE_RETRY(open(path.c_str(), kFlags | O_CREAT | O_EXCL, 0600)));
+    if (fd == -1 && errno == EEXIST) {
+        created = false;
+        fd.reset(TEMP_FAILURE_RETRY(open(path.c_str(), kFlags)));
+    }
     if (fd == -1) return ErrnoError() << "open() failed";
-    if (!::WriteStringToFd(content, fd)) return ErrnoError() << "Unable to write file contents";
+
+    // Space first, so that a full partition fails before anything changes.
+    const bool reserved = content.empty() || fallocate(fd.get(), 0, 0, content.size()) == 0 ||
+                          errno == EOPNOTSUPP || errno == ENOSYS;
+    if (!reserved || !::WriteStringToFd(content, fd) || ftruncate(fd.get(), content.size()) != 0) {
+        const int saved_errno = errno;
+        if (created) unlink(path.c_str());
+        return Error(saved_errno) << "Unable to write file contents";
+    }
     return {};
 }
 
 Result<std::string> ReadFileWithOffset(const std::string& path, int offset, int length) {
-    unique_fd fd(TEMP_FAILURE_RETRY(open(path.c_str(), O_RDONLY | O_CLOEXEC)));
+    unique_fd fd(TEMP_FAILURE_RETRY(open(path.c_str(), kReadFlags)));
     if (fd == -1) return ErrnoError() << "open() failed";
     std::string content;
     if (!ReadFdToStringWithOffset(fd.get(), &content, offset, length)) {

@@ -41,8 +41,11 @@ EXTPROP_EXPORT android::base::Result<void> IsLegalPropertyValue(const std::strin
 
 // Reads a whole file; a final symbolic link is not followed.
 android::base::Result<std::string> ReadFile(const std::string& path);
+// Reads a whole file like android::base::ReadFileToString(path, content,
+// false), but never waits on a FIFO put in place of the file.
+bool ReadFileToStringNoFollow(const std::string& path, std::string* content);
 // Creates or truncates |path| (mode 0600, final symlink not followed) and
-// writes |content|.
+// writes |content|. A write that fails leaves no half-written file behind.
 android::base::Result<void> WriteFile(const std::string& path, const std::string& content);
 
 // Reads exactly |length| bytes (at most 1024) at |offset|; bytes the file
