@@ -234,6 +234,28 @@ std::string MountReadOnly(const std::string& root, const MountSetup& setup) {
     return "";
 }
 
+std::string MountHostDirectory(const std::string& root, const MountSetup& setup) {
+    const std::string target = root + setup.path;
+    std::error_code ec;
+    fs::create_directories(target, ec);
+    if (mount(setup.path.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+        return ErrnoText("bind host " + setup.path);
+    }
+    return "";
+}
+
+std::string PrepareMount(const std::string& root, const MountSetup& setup) {
+    switch (setup.kind) {
+        case MountSetup::Kind::kReadOnly:
+            return MountReadOnly(root, setup);
+        case MountSetup::Kind::kTmpfs:
+            return MountTmpfs(root, setup);
+        case MountSetup::Kind::kHostBind:
+            return MountHostDirectory(root, setup);
+    }
+    return "unknown mount kind";
+}
+
 // Enters a private mount namespace rooted at |root|. Returns "" or what failed;
 // |unavailable| tells a refused namespace from other failures.
 std::string EnterSandbox(const std::string& root, const Options& options, bool* unavailable) {
@@ -257,8 +279,7 @@ std::string EnterSandbox(const std::string& root, const Options& options, bool* 
         return ErrnoText("make / private");
     }
     for (const MountSetup& setup : options.mounts) {
-        std::string error = setup.kind == MountSetup::Kind::kTmpfs ? MountTmpfs(root, setup)
-                                                                   : MountReadOnly(root, setup);
+        std::string error = PrepareMount(root, setup);
         if (!error.empty()) return error;
     }
     if (chroot(root.c_str()) != 0) {
@@ -604,6 +625,19 @@ Outcome Run(const DeviceTree& tree, const Options& options, const Function& fn) 
         return outcome;
     }
     return Run(*root, options, fn);
+}
+
+bool EnterInProcess(const ScratchRoot& root, const Options& options, std::string* error) {
+    Options with_cwd = options;
+    std::error_code ec;
+    const std::string cwd = fs::current_path(ec).string();
+    with_cwd.mounts.push_back({MountSetup::Kind::kHostBind, cwd});
+    // Sanitizer runtimes read /proc (LeakSanitizer at exit, for one).
+    with_cwd.mounts.push_back({MountSetup::Kind::kHostBind, "/proc"});
+    bool unavailable = false;
+    *error = EnterSandbox(root.path(), with_cwd, &unavailable);
+    if (error->empty() && chdir(cwd.c_str()) != 0) *error = ErrnoText("chdir " + cwd);
+    return error->empty();
 }
 
 bool Available(std::string* reason) {

@@ -76,6 +76,7 @@ struct MountSetup {
     enum class Kind {
         kReadOnly,  // the device path, bound read-only onto itself
         kTmpfs,     // a size-limited tmpfs holding a copy of the path's content
+        kHostBind,  // the host's directory of that path, reachable at the same path
     };
     Kind kind;
     std::string path;
@@ -162,6 +163,12 @@ Outcome Run(const ScratchRoot& root, const Options& options, const Function& fn)
 
 // Builds a fresh root from |tree|, runs |fn| in it and removes the root.
 Outcome Run(const DeviceTree& tree, const Options& options, const Function& fn);
+
+// Enters the sandbox in this very process, for good: a private mount namespace
+// whose "/" is |root|, with |options.mounts| prepared and the working
+// directory still reachable at its path. For fuzzers, whose coverage must
+// stay in one process. Properties and logging are left to the caller.
+bool EnterInProcess(const ScratchRoot& root, const Options& options, std::string* error);
 
 // Whether this machine lets the sandbox in; the reason when it doesn't.
 bool Available(std::string* reason);
