@@ -483,6 +483,10 @@ bool DeviceTree::Materialize(const std::string& root, std::string* error) const 
         const std::string host = root + entry.path;
         std::error_code ec;
         fs::create_directories(fs::path(host).parent_path(), ec);
+        // A later entry replaces whatever an earlier one left at its path.
+        if (entry.kind != Kind::kCopy && !(entry.kind == Kind::kDir && fs::is_directory(host, ec))) {
+            fs::remove_all(host, ec);
+        }
         switch (entry.kind) {
             case Kind::kCopy:
                 fs::copy(entry.data, host,
@@ -491,29 +495,26 @@ bool DeviceTree::Materialize(const std::string& root, std::string* error) const 
                          ec);
                 if (ec) *error = "copy " + entry.data + ": " + ec.message();
                 break;
-            case Kind::kFile: {
-                unlink(host.c_str());
+            case Kind::kFile:
                 if (!android::base::WriteStringToFile(entry.data, host) ||
                     chmod(host.c_str(), entry.mode) != 0) {
                     *error = ErrnoText("write " + host);
                 }
                 break;
-            }
             case Kind::kDir:
                 fs::create_directories(host, ec);
                 if (ec) *error = "mkdir " + host + ": " + ec.message();
                 chmod(host.c_str(), entry.mode);
                 break;
             case Kind::kSymlink:
-                unlink(host.c_str());
-                if (symlink(entry.data.c_str(), host.c_str()) != 0) *error = ErrnoText("symlink " + host);
+                if (symlink(entry.data.c_str(), host.c_str()) != 0) {
+                    *error = ErrnoText("symlink " + host);
+                }
                 break;
             case Kind::kFifo:
-                unlink(host.c_str());
                 if (mkfifo(host.c_str(), entry.mode) != 0) *error = ErrnoText("mkfifo " + host);
                 break;
             case Kind::kSocket:
-                unlink(host.c_str());
                 *error = CreateSocketAt(host);
                 break;
         }
