@@ -15,63 +15,60 @@ namespace {
 using android::init::InitExtensionPropertyImpl;
 using sandbox::MountSetup;
 
-constexpr char kReserve[] = "/mnt/vendor/zelvareserve";
 constexpr char kFirstFile[] = "/mnt/vendor/zelvareserve/system/ssv/sim_switch_first_file";
-constexpr char kConvertFile[] = "/mnt/vendor/zelvareserve/system/ssv/sim_switch_convert_file";
 constexpr char kNvFlagFile[] = "/mnt/vendor/zelvareserve/radio/exp_operator_switch.config";
+const PropertyMap kSpecialSeed = {{"ro.vendor.zelva.version_suffix", "T"},
+                                  {"ro.build.display.id", "A_1"},
+                                  {"dev.mnt.blk.userdata", "sda"}};
+const PropertyMap kSpecialBatch = {{"ro.vendor.zelva.exp.version", "AT_1"}};
 
-// A device that converts an old NV flag into a first switch key at boot.
+// A device whose boot converts an old NV flag into a first switch key.
 sandbox::DeviceTree OldSchemeDevice() {
     return sandbox::DeviceTree()
-            .File("/system_ext/etc/build.prop", "ro.zelva.image.system_ext.brand=alder\n")
-            .File("/my_region/build.prop", "ro.zelva.pipeline.region=EU\n")
+            .File("/my_region/build.prop", "ro.zelva.pipeline.region=EU\nro.region.ok=1\n")
             .File(kNvFlagFile, "01000100")
             .File("/my_carrier/etc/nvmap.prop", "01000100=vodafone\n")
             .Dir("/mnt/vendor/zelvareserve/system/ssv");
 }
 
-sandbox::Options WithProps(PropertyMap props) {
+sandbox::Outcome Boot(const sandbox::DeviceTree& tree, const sandbox::Function& fn,
+                     PropertyMap props = kSpecialSeed, std::vector<MountSetup> mounts = {}) {
     sandbox::Options options;
     options.properties = std::move(props);
+    options.mounts = std::move(mounts);
     options.timeout = std::chrono::seconds(30);
-    return options;
+    return RunInDevice(tree, fn, options);
 }
 
-const PropertyMap kSpecialSeed = {{"ro.vendor.zelva.version_suffix", "T"},
-                                  {"ro.build.display.id", "A_1"}};
-const PropertyMap kSpecialBatch = {{"ro.vendor.zelva.exp.version", "AT_1"}};
-
-void RunSlot6(sandbox::Context& ctx) {
+void Slot6(sandbox::Context& ctx) {
     InitExtensionPropertyImpl::getInstance()->loadPersistOverrideProperties(ctx.sink());
 }
 
 TEST(FaultsTest, UnwritableReserveLeavesNoStateAndLosesNoBatch) {
-    for (const MountSetup& mount : {MountSetup{MountSetup::Kind::kReadOnly, kReserve},
-                                    MountSetup{MountSetup::Kind::kTmpfs, kReserve, 64 << 10, true}}) {
-        sandbox::Options options = WithProps(kSpecialSeed);
-        options.mounts = {mount};
-        sandbox::Outcome o = RunInDevice(OldSchemeDevice(), RunSlot6, options);
+    for (const auto& [mount, why] : std::vector<std::pair<MountSetup, std::string>>{
+                 {{MountSetup::Kind::kReadOnly, "/mnt/vendor/zelvareserve"},
+                  "open() failed: Read-only file system"},
+                 {{MountSetup::Kind::kTmpfs, "/mnt/vendor/zelvareserve", 64 << 10, true},
+                  "Unable to write file contents: No space left on device"}}) {
+        sandbox::Outcome o = Boot(OldSchemeDevice(), Slot6, kSpecialSeed, {mount});
         ASSERT_DEVICE_RAN(o);
-        const std::string why = mount.fill ? "Unable to write file contents: No space left on device"
-                                           : "open() failed: Read-only file system";
         EXPECT_TRUE(o.HasLog(android::base::ERROR, "Unable to write sim_action_first_file " + why));
-        EXPECT_FALSE(o.Exists(kFirstFile));  // neither an empty first file nor a marker
-        EXPECT_FALSE(o.Exists(kConvertFile));
+        // Neither an empty first file nor a marker: the next boot tries again.
+        EXPECT_FALSE(o.Exists(kFirstFile) || o.Exists("/mnt/vendor/zelvareserve/system/ssv/"
+                                                      "sim_switch_convert_file"));
         EXPECT_EQ(o.FileContent(kNvFlagFile), "01000100");
         EXPECT_EQ(BatchesOfKind(o, 0).back(), kSpecialBatch);
     }
 }
 
 TEST(FaultsTest, MissingDataAndACotaDirectoryThatIsAFile) {
-    sandbox::Outcome o = RunInDevice(
-            sandbox::DeviceTree().File("/data/cota", "not a directory"),
-            [](sandbox::Context& ctx) {
-                auto* impl = InitExtensionPropertyImpl::getInstance();
-                impl->loadPersistOverrideProperties(ctx.sink());
-                impl->loadCotaServiceOverrideProperties("update_cota_info", ctx.sink());
-                impl->loadCotaServiceOverrideProperties("mount_and_check_load", ctx.sink());
-            },
-            WithProps(kSpecialSeed));
+    sandbox::Outcome o = Boot(sandbox::DeviceTree().File("/data/cota", "a file"),
+                             [](sandbox::Context& ctx) {
+                                 Slot6(ctx);
+                                 InitExtensionPropertyImpl::getInstance()
+                                         ->loadCotaServiceOverrideProperties("mount_and_check_load",
+                                                                             ctx.sink());
+                             });
     ASSERT_DEVICE_RAN(o);
     EXPECT_EQ(BatchesOfKind(o, 0).back(), kSpecialBatch);
     EXPECT_EQ(o.Messages(android::base::ERROR).back(),
@@ -80,18 +77,17 @@ TEST(FaultsTest, MissingDataAndACotaDirectoryThatIsAFile) {
 
 // Every kind of file the library reads, replaced by something that isn't one.
 TEST(FaultsTest, SpecialFilesInPlaceOfFiles) {
-    // Read when they exist, and reported with their path when that fails.
+    // Each is read when it exists and reported with its path when that fails.
     const std::vector<std::string> reported = {
             "/my_carrier/build.prop", kFirstFile, "/my_carrier/etc/flags.prop",
             "/my_product/cust/EU/etc/devicename.cfg", "/data/cota/cota_mount_info.prop",
             "/data/logo/logo.img"};
-    constexpr char kSizeFile[] = "/sys/block/sda/size";  // read silently; stops before the name file
+    constexpr char kSizeFile[] = "/sys/block/sda/size";  // read silently, before the name file
     for (const std::string kind : {"dir", "fifo", "socket", "dangling", "loop"}) {
         for (const bool size_too : {false, true}) {
-            SCOPED_TRACE(kind + (size_too ? " (size file too)" : ""));
+            SCOPED_TRACE(kind + (size_too ? " with the size file" : ""));
             sandbox::DeviceTree tree = OldSchemeDevice();
-            tree.File("/my_region/build.prop", "ro.zelva.pipeline.region=EU\nro.region.ok=1\n")
-                    .File("/dev/block/by-name/splash_odm", std::string(64, '\0'))
+            tree.File("/dev/block/by-name/splash_odm", std::string(64, '\0'))
                     .File(kSizeFile, "500118192");
             std::vector<std::string> paths = reported;
             if (size_too) paths.push_back(kSizeFile);
@@ -99,32 +95,27 @@ TEST(FaultsTest, SpecialFilesInPlaceOfFiles) {
                 if (kind == "dir") tree.Dir(path);
                 if (kind == "fifo") tree.Fifo(path);
                 if (kind == "socket") tree.Socket(path);
-                if (kind == "dangling") tree.Symlink(path, "/nowhere");
-                if (kind == "loop") tree.Symlink(path, path);
+                if (kind == "dangling" || kind == "loop") {
+                    tree.Symlink(path, kind == "loop" ? path : "/nowhere");
+                }
             }
-            PropertyMap props = kSpecialSeed;
-            props["dev.mnt.blk.userdata"] = "sda";
-            sandbox::Outcome o = RunInDevice(
-                    tree,
-                    [](sandbox::Context& ctx) {
-                        auto* impl = InitExtensionPropertyImpl::getInstance();
-                        PropertyMap map;
-                        impl->loadExtensionPartitionProperties(&map);
-                        ctx.sink()(0, map);
-                        RunSlot6(ctx);
-                        impl->loadCotaServiceOverrideProperties("mount_and_check_load", ctx.sink());
-                        impl->loadSimSwitchOverrideProperties("triggerLogoCopy/data/logo/logo.img",
-                                                              ctx.sink());
-                    },
-                    WithProps(props));
+            sandbox::Outcome o = Boot(tree, [](sandbox::Context& ctx) {
+                auto* impl = InitExtensionPropertyImpl::getInstance();
+                PropertyMap map;
+                impl->loadExtensionPartitionProperties(&map);
+                ctx.sink()(0, map);
+                Slot6(ctx);
+                impl->loadCotaServiceOverrideProperties("mount_and_check_load", ctx.sink());
+                impl->loadSimSwitchOverrideProperties("triggerLogoCopy/data/logo/logo.img",
+                                                      ctx.sink());
+            });
             ASSERT_DEVICE_RAN(o);  // no crash, no hang
             EXPECT_EQ(o.batches.front().props.at("ro.region.ok"), "1");
             EXPECT_EQ(BatchesOfKind(o, 0).back(), kSpecialBatch);
             if (kind != "dir" && kind != "socket") continue;  // the others count as missing or empty
             for (const std::string& path : reported) {
-                if (!size_too || path.find("devicename") == std::string::npos) {
-                    EXPECT_TRUE(o.HasLogContaining(path)) << path;
-                }
+                if (size_too && path.find("devicename") != std::string::npos) continue;
+                EXPECT_TRUE(o.HasLogContaining(path)) << path;
             }
         }
     }
@@ -149,31 +140,29 @@ TEST(FaultsTest, HostilePropertyFiles) {
     EXPECT_EQ(load(write("cr", "a=1\rb=2\r")), (PropertyMap{{"a", "1\rb=2"}}));
     EXPECT_EQ(load(write("long", "l=" + mib + "\n")), (PropertyMap{{"l", mib}}));
     EXPECT_EQ(load(write("bytes", "n=\xff\xfe\x80\n")), (PropertyMap{{"n", "\xff\xfe\x80"}}));
-
-    const std::string small = write("small", "s=1\n");
-    std::string many;
-    for (int i = 0; i < 100000; ++i) many += "import " + small + "\n";
-    EXPECT_EQ(load(write("many", many)), (PropertyMap{{"s", "1"}}));
-
+    const std::string import_small = "import " + write("small", "s=1\n") + "\n";
+    std::string imports;
+    for (int i = 0; i < 100000; ++i) imports += import_small;
+    EXPECT_EQ(load(write("imports", imports)), (PropertyMap{{"s", "1"}}));
     for (int i = 999; i >= 0; --i) {
-        write("chain" + std::to_string(i),
-              "d" + std::to_string(i) + "=1\nimport " + dir.path + "/chain" + std::to_string(i + 1));
+        const std::string next = std::string(dir.path) + "/chain" + std::to_string(i + 1);
+        write("chain" + std::to_string(i), "d" + std::to_string(i) + "=1\nimport " + next);
     }
     EXPECT_EQ(load(std::string(dir.path) + "/chain0").size(), 1000u);
 
     // A file that imports itself recurses until the stack runs out, as documented.
-    const std::string self = write("self", std::string("import ") + dir.path + "/self\n");
+    static std::string self = write("self", std::string("import ") + dir.path + "/self\n");
     EXPECT_DEATH(
             {
                 pthread_attr_t attr;
                 pthread_attr_init(&attr);
                 pthread_attr_setstacksize(&attr, 256 << 10);
                 pthread_t thread;
-                pthread_create(&thread, &attr, [](void* path) -> void* {
+                pthread_create(&thread, &attr, [](void*) -> void* {
                     PropertyMap map;
-                    load_properties_from_file_without_se(static_cast<const char*>(path), nullptr, &map);
+                    load_properties_from_file_without_se(self.c_str(), nullptr, &map);
                     return nullptr;
-                }, const_cast<char*>(self.c_str()));
+                }, nullptr);
                 pthread_join(thread, nullptr);
             },
             "");
@@ -188,29 +177,27 @@ TEST(FaultsTest, IntegersAtTheirLimits) {
                  {"500118192abc", "256", true}, {" 500118192", "0256", true},
                  {"500118192", "+256", false}, {"500118192", "99999999999999999999", false}}) {
         SCOPED_TRACE(c.size + " / " + c.rom);
-        sandbox::Outcome o = RunInDevice(
+        sandbox::Outcome o = Boot(
                 sandbox::DeviceTree()
                         .File("/sys/block/sda/size", c.size)
                         .File("/my_product/cust//etc/devicename.cfg", "ROM=" + c.rom + "\nmarket=M\n"),
-                [](sandbox::Context& ctx) { android::init::updateMarketName(ctx.sink()); },
-                WithProps({{"dev.mnt.blk.userdata", "sda"}}));
+                [](sandbox::Context& ctx) { android::init::updateMarketName(ctx.sink()); });
         ASSERT_DEVICE_RAN(o);
         EXPECT_EQ(o.batches.size(), c.published ? 1u : 0u);
     }
-    // The wait limit: anything but a whole 32-bit number means the default of 150.
+    // Anything but a whole 32-bit number (hex included) means the default wait of 150 polls.
     for (const auto& [value, limit] : std::vector<std::pair<std::string, std::string>>{
                  {"", ""}, {"3abc", ""}, {"2147483648", ""}, {"-", ""}, {"0x2", "2"}}) {
-        SCOPED_TRACE(value);
-        sandbox::Outcome o = RunInDevice(
+        sandbox::Outcome o = Boot(
                 sandbox::DeviceTree(),
                 [](sandbox::Context& ctx) {
                     InitExtensionPropertyImpl::getInstance()->loadCotaServiceOverrideProperties(
                             "check_mount", ctx.sink());
                     ctx.WaitForLog("cota timeoutValue=", std::chrono::milliseconds(1000));
                 },
-                WithProps({{"ro.build.cota.mnt.wait.timeout", value}}));
+                {{"ro.build.cota.mnt.wait.timeout", value}});
         ASSERT_DEVICE_RAN(o);
-        EXPECT_EQ(o.HasLogContaining("cota timeoutValue= " + limit), !limit.empty());
+        EXPECT_EQ(o.HasLogContaining("cota timeoutValue= " + limit), !limit.empty()) << value;
     }
 }
 
