@@ -21,23 +21,33 @@ trap 'rm -rf "$scratch"' EXIT
 export ASAN_OPTIONS="detect_leaks=1"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 
-failed=0
-for target in "${targets[@]}"; do
-  corpus="$scratch/corpus-$target"
+# Runs one target; prints its line and returns non-zero on a finding.
+run_target() {
+  local target="$1" corpus="$scratch/corpus-$1" log="$scratch/$1.log" rc=0
   mkdir -p "$corpus"
   if [ -d "fuzz/corpus/$target" ]; then cp -R "fuzz/corpus/$target/." "$corpus/"; fi
-  log="$scratch/$target.log"
-  rc=0
   (cd "$scratch" && "$build/bin/$target" -max_total_time="$seconds" -timeout=25 \
       -print_final_stats=1 -artifact_prefix="$scratch/$target-" "$corpus") >"$log" 2>&1 || rc=$?
+  local execs
   execs="$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -n 1)"
-  report='ERROR: [A-Za-z]*Sanitizer|runtime error:|ERROR: libFuzzer'
-  if [ "$rc" -ne 0 ] || grep -qE "$report" "$log"; then
+  if [ "$rc" -ne 0 ] || grep -qE 'ERROR: [A-Za-z]*Sanitizer|runtime error:|ERROR: libFuzzer' "$log"; then
     echo "$target: FAILED (exit $rc) after ${execs:-?} executions"
     grep -E -A 30 'ERROR|runtime error' "$log" | head -n 60 || tail -n 40 "$log"
-    failed=1
-  else
-    echo "$target: ${execs:-?} executions in ${seconds}s"
+    return 1
+  fi
+  echo "$target: ${execs:-?} executions in ${seconds}s"
+}
+
+# As many targets at once as there are cores.
+failed=0
+pids=()
+for target in "${targets[@]}"; do
+  run_target "$target" &
+  pids+=($!)
+  if [ "${#pids[@]}" -ge "$(nproc)" ]; then
+    wait "${pids[0]}" || failed=1
+    pids=("${pids[@]:1}")
   fi
 done
+for pid in "${pids[@]}"; do wait "$pid" || failed=1; done
 exit "$failed"
