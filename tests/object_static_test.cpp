@@ -5,62 +5,42 @@
 namespace zelva_test {
 namespace {
 
-using android::init::CustDirList;
-using android::init::PriorityDirList;
-
-TEST(ObjectStaticTest, FactoryKeepsOneObjectAndTheLastName) {
-    sandbox::Outcome outcome = RunInDevice(sandbox::DeviceTree(), [](sandbox::Context& ctx) {
-        auto* first = QRAV_FETCH_IInitExtensionProperty("first");
-        auto* second = QRAV_FETCH_IInitExtensionProperty("second");
-        ctx.Note("same", first == second && first == Obj() ? "y" : "n");
-        ctx.Note("name", Obj()->libName);
-        android::init::InitExtensionPropertyImpl o;  // builds the lists once more
-        ctx.Note("fresh", o.libName + o.regionSwitchKey + o.simSwitchFirstKey +
-                                  o.simSwitchCurrentKey + o.switchCarrierChannelKey + o.spareKey +
-                                  o.nvOldFlag + o.nvOldKey + o.ssvOldKey);
-        android::init::InitCustDirList();
-        ctx.Note("sizes", std::to_string(CustDirList().size()) + "/" +
-                                  std::to_string(PriorityDirList().size()));
-    });
-    ASSERT_DEVICE_RAN(outcome);
-    EXPECT_EQ(outcome.notes, Props("same=y,name=second,fresh=,sizes=33/2"));
-}
-
-TEST(ObjectDirListTest, BrandLetterRegionAndOrder) {
+TEST(ObjectStaticTest, OneObjectAndListsBuiltOnceFromBrandAndRegion) {
     // brand ("": no file), /my_region and /mnt/vendor/my_region values ("-": no file),
     // then the letter and region the list is built with.
-    const char* cases[][5] = {
-            {"ALDER", "EU", "-", "A", "EU"},  {"Alder", "-", "-", "A", ""},
-            {"birch", "EU", "IN", "B", "EU"}, {"CeDaR", "", "IN", "C", "IN"},
-            {"alder x", "-", "IN", "", "IN"}, {"alderx", "-", "-", "", ""},
-            {"", "CN", "-", "", "CN"},
-    };
+    const Table cases = {{"ALDER", "EU", "-", "A", "EU"}, {"birch", "EU", "IN", "B", "EU"},
+                         {"CeDaR", "", "IN", "C", "IN"}, {"alder x", "-", "-", "", ""},
+                         {"", "-", "CN", "", "CN"}};
     for (const auto& c : cases) {
-        SCOPED_TRACE(c[0]);
+        const std::string region = "ro.zelva.pipeline.region=", brand = "image.system_ext.brand=";
         sandbox::DeviceTree tree;
-        const std::string brand = "ro.zelva.image.system_ext.brand=",
-                          region = "ro.zelva.pipeline.region=";
-        if (*c[0]) tree.File("/system_ext/etc/build.prop", brand + c[0]);
-        if (*c[1] != '-') tree.File("/my_region/build.prop", region + c[1]);
-        if (*c[2] != '-') tree.File("/mnt/vendor/my_region/build.prop", region + c[2]);
+        if (!c[0].empty()) tree.File("/system_ext/etc/build.prop", "ro.zelva." + brand + c[0]);
+        if (c[1] != "-") tree.File("/my_region/build.prop", region + c[1]);
+        if (c[2] != "-") tree.File("/mnt/vendor/my_region/build.prop", region + c[2]);
         sandbox::Outcome outcome = RunInDevice(tree, [](sandbox::Context& ctx) {
-            ctx.Note("list", Obj() ? android::base::Join(CustDirList(), " ") : "");
-            ctx.Note("priority", android::base::Join(PriorityDirList(), " "));
+            auto* first = QRAV_FETCH_IInitExtensionProperty("first");
+            const bool same = first == QRAV_FETCH_IInitExtensionProperty("2nd") && first == Obj();
+            android::init::InitExtensionPropertyImpl o;  // builds the lists once more
+            android::init::InitCustDirList();
+            using android::base::Join;
+            ctx.Note("", std::string(same ? "same " : "") + Obj()->libName + "|" + o.libName +
+                                 o.regionSwitchKey + o.simSwitchFirstKey + o.simSwitchCurrentKey +
+                                 o.switchCarrierChannelKey + o.spareKey + o.nvOldFlag + o.nvOldKey +
+                                 o.ssvOldKey + "|" + Join(android::init::CustDirList(), " ") + "|" +
+                                 Join(android::init::PriorityDirList(), " "));
         });
         ASSERT_DEVICE_RAN(outcome);
-        // Every partition at its early mount point under /mnt/vendor, then at /.
-        std::vector<std::string> expected = {"/odm"};
+        std::string list = "same 2nd||/odm";  // every partition under /mnt/vendor, then at /
         for (const std::string root : {"/mnt/vendor/my_", "/my_"}) {
             for (const std::string dir :
                  {"preload", "wisp", "stock", "region/global", "region/global/", "product",
                   "region", "region/", "product/cust/", "carrier", "carrier/cust", "bigball",
                   "engineering", "manifest", "company", "product/special"}) {
                 const bool sku = dir == "product/cust/", letter = dir.back() == '/' && !sku;
-                expected.push_back(root + dir + (letter ? c[3] : "") + (sku ? c[4] : ""));
+                list += " " + root + dir + (letter ? c[3] : "") + (sku ? c[4] : "");
             }
         }
-        EXPECT_EQ(outcome.notes["list"], android::base::Join(expected, " "));
-        EXPECT_EQ(outcome.notes["priority"], "/my_carrier /my_company");
+        EXPECT_EQ(outcome.notes[""], list + "|/my_carrier /my_company") << c[0];
     }
 }
 
