@@ -6,19 +6,16 @@
 
 #include <string>
 
-#include <android-base/logging.h>
 #include <android-base/properties.h>
 #include <android-base/strings.h>
 
 #include "utils.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    android::base::SetLogger([](auto&&...) {});
-    const std::pair<const char*, const char*> properties[] = {
-            {"ro.a", "1"},         {"ro.dir", "/tmp/x"},  {"x", "v"},
-            {"dollar", "$x${x}$"}, {"ro.long", "0123456789012345678901234567890123456789"},
-    };
-    for (const auto& [name, value] : properties) android::base::SetProperty(name, value);
+    for (const std::string prop : {"ro.a=1", "ro.dir=/tmp/x", "x=v", "dollar=$x${x}$",
+                                   "ro.long=0123456789012345678901234567890123456789"}) {
+        android::base::SetProperty(prop.substr(0, prop.find('=')), prop.substr(prop.find('=') + 1));
+    }
     return 0;
 }
 
@@ -29,10 +26,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (src.find('$') == std::string::npos && (!result.ok() || *result != src)) abort();
     if (result.ok()) return 0;
     // Every failure is one of the five documented ones.
-    const std::string& message = result.error().message();
     for (const char* prefix : {"unexpected end of string in '", "using deprecated syntax",
                                "invalid zero-length property name in '", "property '"}) {
-        if (android::base::StartsWith(message, prefix)) return 0;
+        if (android::base::StartsWith(result.error().message(), prefix)) return 0;
     }
     abort();
 }

@@ -11,59 +11,40 @@
 #include <stdint.h>
 #include <stdlib.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include <android-base/logging.h>
 #include <android-base/properties.h>
+#include <android-base/strings.h>
 
 #include "utils.h"
 
-namespace {
+static std::string g_dir;
 
-std::string g_dir;
+static std::string PathOf(size_t i) { return g_dir + "/f" + std::to_string(i) + ".prop"; }
 
-std::string PathOf(size_t i) {
-    return g_dir + "/f" + std::to_string(i) + ".prop";
-}
-
-std::string BuildFile(const std::string& text, size_t i, size_t count) {
-    std::string out;
+// File |i| of |count|, from its |text| as the header above says.
+static std::string BuildFile(const std::string& text, size_t i, size_t count) {
+    std::vector<std::string> lines = android::base::Split(text, "\n");
     int imports = 0;
-    for (size_t start = 0; start <= text.size();) {
-        size_t end = std::min(text.find('\n', start), text.size());
-        std::string line = text.substr(start, end - start);
-        const size_t first = line.find_first_not_of(" \t\n\v\f\r");
-        if (line.size() >= 2 && line[0] == '@' && imports++ < 3) {
-            const std::string rest = line.substr(2);
-            if (line[1] >= '0' && line[1] <= '9' && i + 1 < count) {
-                const size_t j = i + 1 + (line[1] - '0') % (count - i - 1);
-                line = "import ${fz.dir}/f" + std::to_string(j) + ".prop" + rest;
-            } else if (line[1] == 'u') {
-                line = "import ${fz.unset}/f.prop" + rest;
-            } else if (line[1] == 'm') {
-                line = "import ${fz.dir}/missing.prop" + rest;
-            }
-        } else if (first != std::string::npos && line.compare(first, 7, "import ") == 0) {
-            line[first] = 'I';
+    for (std::string& line : lines) {
+        if (android::base::StartsWith(android::base::Trim(line), "import ")) line.insert(0, "I");
+        if (line.size() < 2 || line[0] != '@' || imports++ >= 3) continue;
+        std::string name = line[1] == 'u' ? "${fz.unset}/f" : line[1] == 'm' ? "${fz.dir}/m" : "";
+        if (line[1] >= '0' && line[1] <= '9' && i + 1 < count) {
+            name = "${fz.dir}/f" + std::to_string(i + 1 + (line[1] - '0') % (count - i - 1));
         }
-        out += line;
-        if (end < text.size()) out += '\n';
-        start = end + 1;
+        if (!name.empty()) line = "import " + name + ".prop" + line.substr(2);
     }
-    return out;
+    return android::base::Join(lines, '\n');
 }
-
-}  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    android::base::SetLogger([](auto&&...) {});
     android::base::SetMinimumLogSeverity(android::base::FATAL);
-    char dir[] = "/tmp/zelva-fuzz-XXXXXX";
-    if (mkdtemp(dir) == nullptr) abort();
-    g_dir = dir;
+    g_dir = std::filesystem::temp_directory_path() / "zelva-fuzz-XXXXXX";
+    if (mkdtemp(g_dir.data()) == nullptr) abort();
     android::base::SetProperty("fz.dir", g_dir);
     atexit([] { std::filesystem::remove_all(g_dir); });
     return 0;
@@ -71,31 +52,28 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string input(reinterpret_cast<const char*>(data), size);
-    std::vector<std::string> texts;
-    for (size_t start = 0; texts.size() < 4;) {
-        const size_t end = input.find("\n;;\n", start);
-        texts.push_back(input.substr(start, end == std::string::npos ? end : end - start));
-        if (end == std::string::npos) break;
-        start = end + 4;
+    std::vector<std::string> files;
+    for (size_t start = 0, end = 0; files.size() < 4 && end != std::string::npos; start = end + 4) {
+        end = input.find("\n;;\n", start);
+        files.push_back(input.substr(start, end - start));  // the rest when end is npos
     }
-    std::string all_files;
-    for (size_t i = 0; i < texts.size(); ++i) {
-        const std::string content = BuildFile(texts[i], i, texts.size());
-        if (!WriteFile(PathOf(i), content).ok()) abort();
-        all_files += content + '\0';
+    for (size_t i = 0; i < files.size(); ++i) {
+        files[i] = BuildFile(files[i], i, files.size());
+        if (!WriteFile(PathOf(i), files[i]).ok()) abort();
     }
-
-    PropertyMap first, second, filtered;
-    if (!load_properties_from_file_without_se(PathOf(0).c_str(), nullptr, &first)) abort();
-    if (!load_properties_from_file_without_se(PathOf(0).c_str(), nullptr, &second)) abort();
-    if (first != second) abort();
-    for (const auto& [name, value] : first) {
-        if (all_files.find(name) == std::string::npos) abort();
+    // Loading is repeatable, and every name loaded is in some file.
+    PropertyMap all, redo, filtered;  // redo: a second load, the same
+    const std::string top = PathOf(0), text = android::base::Join(files, '\0');
+    if (!load_properties_from_file_without_se(top.c_str(), nullptr, &all)) abort();
+    if (!load_properties_from_file_without_se(top.c_str(), nullptr, &redo) || redo != all) abort();
+    if (!load_properties_from_file_without_se(top.c_str(), "ro.*", &filtered)) abort();
+    for (const auto& [name, value] : all) {
+        if (text.find(name) == std::string::npos) abort();
     }
-    // A filter keeps only matching names and follows no import.
-    load_properties_from_file_without_se(PathOf(0).c_str(), "ro.*", &filtered);
+    // A filter keeps only matching names and follows no import: each is in file 0.
     for (const auto& [name, value] : filtered) {
-        if (name.compare(0, 3, "ro.") != 0 || first.count(name) == 0) abort();
+        if (name.compare(0, 3, "ro.") != 0 || all.count(name) == 0) abort();
+        if (files[0].find(name) == std::string::npos) abort();
     }
     return 0;
 }

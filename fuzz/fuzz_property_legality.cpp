@@ -4,25 +4,11 @@
 #include <stddef.h>
 #include <stdint.h>
 #include <stdlib.h>
-#include <string.h>
 
 #include <algorithm>
 #include <string>
 
 #include "utils.h"
-
-namespace {
-
-bool NameFollowsTheRules(const std::string& name) {
-    if (name.empty() || name.front() == '.' || name.back() == '.') return false;
-    if (name.find("..") != std::string::npos) return false;
-    return std::all_of(name.begin(), name.end(), [](unsigned char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-               (c != 0 && strchr("._-@:", c) != nullptr);
-    });
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     setlocale(LC_ALL, "C.UTF-8");
@@ -35,18 +21,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string name = input.substr(0, split);
     const std::string value = split == std::string::npos ? "" : input.substr(split + 1);
 
-    if (IsLegalPropertyName(name) != NameFollowsTheRules(name)) abort();
+    // Not empty, no "." at either end nor "..", and only letters, digits and "._-@:".
+    const char* allowed = "._-@:abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+    const bool legal = !name.empty() && name.front() != '.' && name.back() != '.' &&
+                       name.find("..") == std::string::npos &&
+                       name.find_first_not_of(allowed) == std::string::npos;
+    if (IsLegalPropertyName(name) != legal) abort();
 
     auto result = IsLegalPropertyValue(name, value);
     const std::string error = result.ok() ? "" : result.error().message();
-    const bool too_long = value.size() >= 92 && name.compare(0, 3, "ro.") != 0;
     const bool ascii = std::all_of(value.begin(), value.end(), [](char c) { return c >= 0; });
-    if (too_long) {
+    if (value.size() >= 92 && name.compare(0, 3, "ro.") != 0) {
         if (error != "Property value too long") abort();
-    } else if (ascii) {
-        if (!error.empty()) abort();
-    } else if (!error.empty() && error != "Value is not a UTF8 encoded string") {
-        abort();
+    } else if (error != "" && (ascii || error != "Value is not a UTF8 encoded string")) {
+        abort();  // ASCII is fine; other text may be refused as not UTF-8, nothing else
     }
     return 0;
 }

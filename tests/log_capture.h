@@ -1,11 +1,13 @@
-// Captures libbase log records in the test process (no sandbox needed, so
-// the tests that use only this also build for a device).
+// Captures libbase log records in the test process, and compares tables of results. Needs no
+// sandbox, so the tests that use only this also build for a device.
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <android-base/logging.h>
+#include <gtest/gtest.h>
 
 namespace zelva_test {
 
@@ -18,17 +20,42 @@ struct LogLine {
 // Captures libbase log records in this process while alive.
 class LogCapture {
   public:
-    explicit LogCapture(android::base::LogSeverity min = android::base::VERBOSE);
-    ~LogCapture();
+    explicit LogCapture(android::base::LogSeverity min = android::base::VERBOSE)
+        : previous_min_(android::base::SetMinimumLogSeverity(min)) {
+        android::base::SetLogger([this](android::base::LogId, android::base::LogSeverity severity,
+                                        const char*, const char* file, unsigned, const char* text) {
+            lines_.push_back({severity, file != nullptr ? file : "", text});
+        });
+    }
+    ~LogCapture() {
+        android::base::SetLogger(android::base::StderrLogger);
+        android::base::SetMinimumLogSeverity(previous_min_);
+    }
     const std::vector<LogLine>& lines() const { return lines_; }
     // Messages at |severity|, in order.
-    std::vector<std::string> Messages(android::base::LogSeverity severity) const;
-    bool Has(android::base::LogSeverity severity, const std::string& message) const;
+    std::vector<std::string> Messages(android::base::LogSeverity severity) const {
+        std::vector<std::string> messages;
+        for (const LogLine& line : lines_) {
+            if (line.severity == severity) messages.push_back(line.message);
+        }
+        return messages;
+    }
+    bool Has(android::base::LogSeverity severity, const std::string& message) const {
+        for (const std::string& line : Messages(severity)) {
+            if (line == message) return true;
+        }
+        return false;
+    }
     void Clear() { lines_.clear(); }
 
   private:
     std::vector<LogLine> lines_;
     android::base::LogSeverity previous_min_;
 };
+
+// Expects each result (first, evaluated in order) to equal the one expected (second).
+inline void Check(const std::vector<std::pair<std::string, std::string>>& cases) {
+    for (size_t i = 0; i < cases.size(); ++i) EXPECT_EQ(cases[i].first, cases[i].second) << i;
+}
 
 }  // namespace zelva_test

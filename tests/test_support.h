@@ -1,46 +1,60 @@
 // Shared helpers of the test suite.
 #pragma once
 
-#include <string>
-#include <vector>
+#include <stdlib.h>
 
-#include <android-base/logging.h>
-#include <gtest/gtest.h>
-
-#include "log_capture.h"
+#include "log_capture.h"  // and with it gtest, libbase logging, strings and vectors
 #include "sandbox.h"
 
 namespace zelva_test {
 
 using PropertyMap = std::map<std::string, std::string>;
 
-// Runs |fn| in the device-root sandbox built from |tree|. When the machine
-// refuses the namespaces the test is skipped, or fails under CI=true.
-sandbox::Outcome RunInDevice(const sandbox::DeviceTree& tree, const sandbox::Function& fn,
-                             sandbox::Options options = {});
-sandbox::Outcome RunInDevice(const sandbox::ScratchRoot& root, const sandbox::Function& fn,
-                             sandbox::Options options = {});
+inline bool InCi() { return getenv("CI") != nullptr && std::string(getenv("CI")) == "true"; }
 
-// Skips (or, under CI=true, fails) when the sandbox couldn't be entered, and
-// fails when the child didn't complete. Use right after RunInDevice.
-#define ASSERT_DEVICE_RAN(outcome)                                                      \
-    do {                                                                                \
-        if (!(outcome).unavailable.empty()) {                                           \
-            if (::zelva_test::InCi()) FAIL() << "sandbox refused in CI: " << (outcome).unavailable; \
-            GTEST_SKIP() << "device-root sandbox unavailable: " << (outcome).unavailable; \
-        }                                                                               \
-        ASSERT_TRUE((outcome).Completed()) << (outcome).Describe();                     \
+// Runs |fn| in the device-root sandbox: a fresh one built from a sandbox::DeviceTree, or a
+// sandbox::ScratchRoot kept between runs.
+template <typename Root>
+sandbox::Outcome RunInDevice(const Root& root, const sandbox::Function& fn,
+                             sandbox::Options options = {}) {
+    return sandbox::Run(root, options, fn);
+}
+
+// Skips the test when |why| (the reason the sandbox can't be entered) isn't empty; fails it
+// instead under CI=true, where the sandbox must work.
+#define SKIP_WITHOUT_SANDBOX(why)                                                            \
+    do {                                                                                     \
+        if (const std::string why_ = (why); !why_.empty()) {                                 \
+            if (::zelva_test::InCi()) FAIL() << "sandbox refused in CI: " << why_;           \
+            GTEST_SKIP() << "device-root sandbox unavailable: " << why_;                     \
+        }                                                                                    \
     } while (0)
 
-bool InCi();
+// Use right after RunInDevice: skips as above, and fails when the child didn't complete.
+#define ASSERT_DEVICE_RAN(outcome)                                        \
+    do {                                                                  \
+        SKIP_WITHOUT_SANDBOX((outcome).unavailable);                      \
+        ASSERT_TRUE((outcome).Completed()) << (outcome).Describe();       \
+    } while (0)
 
 // Batches sent with |kind|, in order.
-std::vector<PropertyMap> BatchesOfKind(const sandbox::Outcome& outcome, int kind);
+inline std::vector<PropertyMap> BatchesOfKind(const sandbox::Outcome& outcome, int kind) {
+    std::vector<PropertyMap> batches;
+    for (const sandbox::Batch& batch : outcome.batches) {
+        if (batch.kind == kind) batches.push_back(batch.props);
+    }
+    return batches;
+}
+
 // The kinds of all batches, in order.
-std::vector<int> Kinds(const sandbox::Outcome& outcome);
+inline std::vector<int> Kinds(const sandbox::Outcome& outcome) {
+    std::vector<int> kinds;
+    for (const sandbox::Batch& batch : outcome.batches) kinds.push_back(batch.kind);
+    return kinds;
+}
 
 // Paths of the built artefacts and the repository's examples.
-std::string LibraryPath();
-std::string ExamplesDir();
+inline std::string LibraryPath() { return ZELVA_LIBRARY_PATH; }
+inline std::string ExamplesDir() { return ZELVA_EXAMPLES_DIR; }
 
 }  // namespace zelva_test

@@ -3,14 +3,13 @@
 
 #include <fcntl.h>
 #include <locale.h>
-#include <string.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <array>
+#include <filesystem>
 
 #include <android-base/file.h>
 #include <android-base/properties.h>
+#include <android-base/stringprintf.h>
 #include <android-base/unique_fd.h>
 #include <gmock/gmock.h>
 
@@ -20,254 +19,153 @@
 namespace zelva_test {
 namespace {
 
-using android::base::ERROR;
 using android::base::Result;
-using android::base::unique_fd;
-using android::base::WARNING;
-using testing::ElementsAre;
+using android::base::StringPrintf;
+using namespace testing;
 
-class UtilsTest : public testing::Test {
+// The value of a result ("" for none), or "!" and its error text.
+std::string Text(const Result<std::string>& r) { return r.ok() ? *r : "!" + r.error().message(); }
+std::string Text(const Result<void>& r) { return r.ok() ? "" : "!" + r.error().message(); }
+
+class UtilsTest : public Test {
   protected:
-    std::string Put(const std::string& name, const std::string& content) {
-        EXPECT_TRUE(android::base::WriteStringToFile(content, dir_ + "/" + name));
-        return dir_ + "/" + name;
+    std::string Put(const std::string& name, const std::string& text) {
+        return android::base::WriteStringToFile(text, dir_ + "/" + name) ? dir_ + "/" + name : "";
     }
-    PropertyMap Load(const std::string& path, const char* filter, PropertyMap props = {}) {
-        EXPECT_TRUE(load_properties_from_file_without_se(path.c_str(), filter, &props)) << path;
-        return props;
-    }
-    static mode_t ModeOf(const std::string& path) {
-        struct stat st = {};
-        return stat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0;
+    // Loads |path| into |map|: "!" if that fails, then the properties as "name=value|...".
+    std::string Load(const std::string& path, const char* filter, PropertyMap map = {}) {
+        std::string s = load_properties_from_file_without_se(path.c_str(), filter, &map) ? "" : "!";
+        for (const auto& [name, value] : map) s += name + "=" + value + "|";
+        return s;
     }
     TemporaryDir tmp_;
     const std::string dir_ = tmp_.path;
 };
 
-TEST_F(UtilsTest, LineSyntax) {
-    const std::vector<std::pair<std::string, PropertyMap>> cases = {
-            {"", {}}, {"a=1", {{"a", "1"}}}, {"a=1\r\nb=2\r\n\r\n", {{"a", "1"}, {"b", "2"}}},
-            {" \t a \v= x = y \f\r\n", {{"a", "x = y"}}}, {"# c=1\n \t#d=2\ne=#3\n", {{"e", "#3"}}},
-            {"noequals\n=v\nctl.start=x\nz=\n", {{"", "v"}, {"ctl.start", "x"}, {"z", ""}}},
-            {"n\xa0 = 1\xa0\n", {{"n\xa0", "1\xa0"}}},  // only bytes 9-13 and 32 are blanks
-            {"import\nimportx=1\nimport=2\n", {{"importx", "1"}, {"import", "2"}}},
-    };
-    for (const auto& [content, expected] : cases) {
-        EXPECT_EQ(Load(Put("f.prop", content), nullptr), expected) << content;
-    }
-}
-
-TEST_F(UtilsTest, LaterValueWinsAndOnlyChangesWarn) {
-    LogCapture log;
-    EXPECT_EQ(Load(Put("f.prop", "a=1\na=2\nb=x\nb=x\np=old\np=new\nkept=same\n"), nullptr,
-                   {{"p", "old"}, {"kept", "same"}}),
-              (PropertyMap{{"a", "2"}, {"b", "x"}, {"p", "new"}, {"kept", "same"}}));
-    EXPECT_THAT(log.Messages(WARNING),
-                ElementsAre("Overriding previous 'ro.' property 'a':'1' with new value '2'",
-                            "Overriding previous 'ro.' property 'p':'old' with new value 'new'"));
-}
-
-TEST_F(UtilsTest, FiltersAndImportsUnderThem) {
-    Put("other.prop", "ro.q=1\n");
-    const std::string path =
-            Put("f.prop", "ro.p.n=n\nro.px=x\nro.a=1\nro.ab=2\nimport " + dir_ + "/other.prop\n");
-    const PropertyMap all = {{"ro.p.n", "n"}, {"ro.px", "x"}, {"ro.a", "1"}, {"ro.ab", "2"}};
-    PropertyMap imported = all;
-    imported["ro.q"] = "1";
-    const std::vector<std::pair<const char*, PropertyMap>> cases = {
-            {"ro.p.*", {{"ro.p.n", "n"}}}, {"ro.a", {{"ro.a", "1"}}},
-            {"ro.a*", {{"ro.a", "1"}, {"ro.ab", "2"}}},
-            {"*", all},  // any filter stops imports, even one that accepts every name
-            {"", imported}, {nullptr, imported}};
-    for (const auto& [filter, expected] : cases) EXPECT_EQ(Load(path, filter), expected) << filter;
-}
-
-TEST_F(UtilsTest, ImportsExpandNestAndReportFailures) {
-    ASSERT_TRUE(android::base::SetProperty("zelva.test.dir", dir_));
-    ASSERT_EQ(mkdir((dir_ + "/sub").c_str(), 0755), 0);
+// Both readers: syntax, filters, imports, overrides, the first match of a lookup, and the log.
+TEST_F(UtilsTest, PropertyFileReaders) {
+    ASSERT_TRUE(android::base::SetProperty("ut.dir", dir_));
     Put("deep.prop", "deep=1\n");
-    Put("leaf.prop", "ro.y.a=1\nro.z=2\nimport ${zelva.test.dir}/deep.prop\n");
-    Put("mid.prop", "mid=1\nimport   ${zelva.test.dir}/leaf.prop \t ro.y.*\n");
+    Put("leaf.prop", "ro.y.a=1\nro.z=2\nimport ${ut.dir}/deep.prop\n");
+    Put("mid.prop", "mid=1\nimport   ${ut.dir}/leaf.prop \t ro.y.*\n");  // a nested filter
+    const std::string syntax = Put("s.prop", "a=1\r\na=2\r\n\r\nb=x\nb=x\n \t c \v= x = y \f\r\n"
+                                             "# d=1\n \t#d=2\ne=#3\nnoequals\n=v\nctl.s=x\nz=\n"
+                                             "n\xa0 = 1\xa0\nimport\nimport x=y\nimport=2\nl=1");
+    const std::string tree = Put("tree.prop", "import ${ut.dir}/mid.prop\nimport ${u}/x\n"
+                                              "import /nonexistent/x.prop\nimport ${ut.dir}\n"
+                                              "import ${ut.dir}/leaf.prop\tro.z\ntop=1\n");
+    const std::string ro = Put("ro.prop", "ro.p.n=n\nro.px=x\nro.a=1\nro.ab=2\n"
+                                          "import ${ut.dir}/deep.prop\n");
+    const std::string all_ro = "ro.a=1|ro.ab=2|ro.p.n=n|ro.px=x|", none = dir_ + "/none";
+    auto find = [&](const char* name) { return load_property_from_file(syntax.c_str(), name); };
     LogCapture log;
-    EXPECT_EQ(Load(Put("top.prop", "import ${zelva.test.dir}/mid.prop\n"
-                                   "import ${zelva.test.unset}/x.prop\n"
-                                   "import /nonexistent/zelva/x.prop\n"
-                                   "import ${zelva.test.dir}/sub\n"
-                                   "import ${zelva.test.dir}/leaf.prop\tro.z\n"  // one tabbed name
-                                   "top=1\n"),
-                   nullptr),
-              (PropertyMap{{"mid", "1"}, {"ro.y.a", "1"}, {"top", "1"}}));
-    EXPECT_THAT(log.Messages(ERROR),
-                ElementsAre("Could not expand filename ': property 'zelva.test.unset' doesn't "
-                            "exist while expanding '${zelva.test.unset}/x.prop'",
-                            "expand filename load failed : " + dir_ + "/sub"));
-    EXPECT_THAT(log.Messages(WARNING),
-                ElementsAre("Couldn't load property file '" + dir_ +
-                            "/sub': Unable to read file contents: Is a directory"));
-    android::base::SetProperty("zelva.test.dir", "");
+    Check({{Load(Put("empty.prop", ""), nullptr), ""},
+           // Only bytes 9-13 and 32 are blank, "#" only starts a line, the first "=" splits.
+           {Load(syntax, nullptr), "=v|a=2|b=x|c=x = y|ctl.s=x|e=#3|import=2|l=1|n\xa0=1\xa0|z=|"},
+           {Load(ro, "ro.p.*"), "ro.p.n=n|"}, {Load(ro, "ro.a"), "ro.a=1|"},
+           {Load(ro, "ro.a*"), "ro.a=1|ro.ab=2|"}, {Load(ro, "*"), all_ro},  // no imports
+           {Load(ro, ""), "deep=1|" + all_ro}, {Load(ro, nullptr), "deep=1|" + all_ro},
+           {Load(tree, nullptr), "mid=1|ro.y.a=1|top=1|"},  // a tab ends no name
+           // A filled map is added to, and a later line overrides its values too.
+           {Load(Put("p.prop", "p=new\nk=v"), nullptr, {{"p", "old"}, {"k", "v"}}), "k=v|p=new|"},
+           {Load(none, nullptr, {{"x", "1"}}), "!x=1|"},
+           // The lookup takes the first line whose name starts with the one asked for.
+           {find("a"), "1"}, {find("c"), "x = y"}, {find("ct"), "x"}, {find("n"), "1\xa0"},
+           {find("import"), "y"}, {find("l"), "1"}, {find("# d"), ""}, {find("zz"), ""},
+           {load_property_from_file(none.c_str(), "x"), ""}});
+    const std::string cant = "Couldn't load property file '" + dir_;
+    const std::string gone = cant + "/none': open() failed: No such file or directory";
+    const std::string got = "Loading property from " + syntax;  // what each lookup logs
+    EXPECT_THAT(log.Messages(android::base::WARNING),
+                ElementsAre("Overriding previous 'ro.' property 'a':'1' with new value '2'",
+                            cant + "': Unable to read file contents: Is a directory",
+                            "Overriding previous 'ro.' property 'p':'old' with new value 'new'",
+                            gone, got + ": 1", got + ": x = y", got + ": x", got + ": 1\xa0",
+                            got + ": y", got + ": 1", got + " failed ", got + " failed ", gone));
+    EXPECT_THAT(log.Messages(android::base::ERROR),
+                ElementsAre("Could not expand filename ': property 'u' doesn't exist while "
+                            "expanding '${u}/x'", "expand filename load failed : " + dir_));
+    // One for each file the loader read: 10 loads and 4 nested ones.
+    EXPECT_THAT(log.Messages(android::base::VERBOSE), AllOf(SizeIs(14), Each(MatchesRegex(
+            "\\(Loading properties from " + dir_ + "/[a-z]+\\.prop took [0-9]+ms\\.\\)"))));
 }
 
-TEST_F(UtilsTest, UnreadableFilesAndTiming) {
-    const std::string none = dir_ + "/none", path = Put("f.prop", "a=1\n");
-    PropertyMap props = {{"x", "1"}};
-    LogCapture log;
-    EXPECT_FALSE(load_properties_from_file_without_se(none.c_str(), nullptr, &props));
-    EXPECT_EQ(props, (PropertyMap{{"x", "1"}}));
-    EXPECT_EQ(load_property_from_file(none.c_str(), "x"), "");
-    Load(path, nullptr);
-    const std::string warning = "Couldn't load property file '" + none + "': open() failed: " +
-                                strerror(ENOENT);
-    EXPECT_THAT(log.Messages(WARNING), ElementsAre(warning, warning));
-    EXPECT_THAT(log.Messages(android::base::VERBOSE),
-                ElementsAre(testing::MatchesRegex("\\(Loading properties from " + path +
-                                                  " took [0-9]+ms\\.\\)")));
-}
+TEST(ExpandAndLegalityTest, ExpansionsNamesAndValues) {
+    ASSERT_TRUE(android::base::SetProperty("ut.x", "v"));
+    ASSERT_TRUE(android::base::SetProperty("ut.dollar", "a$b${ut.x}"));
+    auto x = [](const char* src) { return Text(ExpandProps(src)); };
+    Check({{x(""), ""}, {x("a$$b"), "a$b"}, {x("abc$"), "abc"}, {x("$$$"), "$"},
+           {x("/${ut.x}/${ut.x}$"), "/v/v"}, {x("${ut.dollar}"), "a$b${ut.x}"},  // one pass
+           {x("${ut.u:-d}"), "d"}, {x("${ut.x:-d}"), "v"}, {x("${ut.u:-d:-e}"), "d:-e"},
+           {x("${ut.u}"), "!property 'ut.u' doesn't exist while expanding '${ut.u}'"},
+           {x("${ut.u:-}"), "!property 'ut.u:-' doesn't exist while expanding '${ut.u:-}'"},
+           {x("${:-b}"), "!property ':-b' doesn't exist while expanding '${:-b}'"},
+           {x("a/${ut.x"), "!unexpected end of string in 'a/${ut.x', looking for }"},
+           {x("${}"), "!invalid zero-length property name in '${}'"},
+           {x("$xy"),
+            "!using deprecated syntax for specifying property 'xy', use ${name} instead"}});
 
-TEST_F(UtilsTest, SinglePropertyIsFirstPrefixMatch) {
-    const std::string path = Put("f.prop", "# ro.a=comment\nro.a\n  ro.ab \t=  1 = 2 \r\n"
-                                           "ro.a=later\nimport x=y\nlast = z");
-    const std::vector<std::pair<const char*, std::string>> cases = {
-            {"ro.a", "1 = 2"}, {"ro.a=", "later"}, {"last", "z"},
-            {"import", "y"},   {"# ro", ""},       {"ro.b", ""}};
-    for (const auto& [name, expected] : cases) {
-        LogCapture log;
-        EXPECT_EQ(load_property_from_file(path.c_str(), name), expected) << name;
-        EXPECT_THAT(log.Messages(WARNING),
-                    ElementsAre("Loading property from " + path +
-                                (expected.empty() ? " failed " : ": " + expected)));
-    }
-}
-
-TEST(ExpandPropsTest, ExpandsReferencesAndReportsErrors) {
-    ASSERT_TRUE(android::base::SetProperty("zelva.x", "v"));
-    ASSERT_TRUE(android::base::SetProperty("zelva.dollar", "a$b${zelva.x}"));
-    // source, expansion or "error: " and the error text
-    const std::vector<std::pair<std::string, std::string>> cases = {
-            {"", ""}, {"a$$b", "a$b"}, {"abc$", "abc"}, {"$$$", "$"},
-            {"/${zelva.x}/${zelva.x}$", "/v/v"}, {"${zelva.dollar}", "a$b${zelva.x}"},  // one pass
-            {"${zelva.unset:-d}", "d"}, {"${zelva.x:-d}", "v"}, {"${zelva.unset:-d:-e}", "d:-e"},
-            {"${zelva.unset}",
-             "error: property 'zelva.unset' doesn't exist while expanding '${zelva.unset}'"},
-            {"${zelva.unset:-}",
-             "error: property 'zelva.unset:-' doesn't exist while expanding '${zelva.unset:-}'"},
-            {"${:-b}", "error: property ':-b' doesn't exist while expanding '${:-b}'"},
-            {"a/${zelva.x", "error: unexpected end of string in 'a/${zelva.x', looking for }"},
-            {"${}", "error: invalid zero-length property name in '${}'"},
-            {"a$xy${zelva.x}", "error: using deprecated syntax for specifying property "
-                               "'xy${zelva.x}', use ${name} instead"},
-    };
-    for (const auto& [src, expected] : cases) {
-        auto result = ExpandProps(src);
-        EXPECT_EQ(result.ok() ? *result : "error: " + result.error().message(), expected) << src;
-    }
-    android::base::SetProperty("zelva.x", "");
-    android::base::SetProperty("zelva.dollar", "");
-}
-
-TEST(PropertyNameTest, LegalNames) {
-    for (const char* name : {"", ".", ".a", "a.", "a..b", "a.b..", "a\xc3\xa9"}) {
-        EXPECT_FALSE(IsLegalPropertyName(name)) << name;
-    }
-    EXPECT_TRUE(IsLegalPropertyName("a.b_c-d:f9@X"));
-    EXPECT_TRUE(IsLegalPropertyName(std::string(5000, 'a')));  // no length limit
+    EXPECT_THAT((std::vector<std::string>{"", ".", ".a", "a.", "a..b", "a.b.."}),
+                Each(Not(Truly(IsLegalPropertyName))));
+    std::string legal;  // the bytes allowed in a name of any length
     for (int c = 0; c < 256; ++c) {
-        const bool allowed = isascii(c) && (isalnum(c) || strchr("._-@:", c) != nullptr) && c;
-        EXPECT_EQ(IsLegalPropertyName(std::string("a") + char(c) + "b"), allowed) << c;
+        if (IsLegalPropertyName(std::string(5000, 'a') + char(c) + "b")) legal += char(c);
     }
-}
+    EXPECT_EQ(legal, "-.0123456789:@ABCDEFGHIJKLMNOPQRSTUVWXYZ_abcdefghijklmnopqrstuvwxyz");
 
-TEST(PropertyValueTest, LengthAndEncoding) {
-    const std::string saved = setlocale(LC_ALL, nullptr);
     ASSERT_NE(setlocale(LC_ALL, "C.UTF-8"), nullptr);
-    const std::string too_long = "Property value too long";
-    const std::string not_utf8 = "Value is not a UTF8 encoded string";
-    const std::vector<std::tuple<std::string, std::string, std::string>> cases = {
-            {"x.y", std::string(91, 'v'), ""}, {"x.y", std::string(92, 'v'), too_long},
-            {"ro", std::string(92, 'v'), too_long}, {"ro.x", std::string(5000, 'v'), ""},
-            {"x", std::string(92, '\xff'), too_long},  // length is checked first
-            {"x", "caf\xc3\xa9 \xe2\x82\xac", ""}, {"x", "\xc3\x28", not_utf8},
-            {"x", "ab\xc3", not_utf8},                       // cut-off sequence
-            {"x", std::string("a\0\xc3\x28", 4), not_utf8},  // bytes after a NUL count too
-    };
-    for (const auto& [name, value, error] : cases) {
-        auto result = IsLegalPropertyValue(name, value);
-        EXPECT_EQ(result.ok() ? "" : result.error().message(), error) << name << " " << value;
-    }
-    setlocale(LC_ALL, saved.c_str());
+    auto v = [](auto name, auto value) { return Text(IsLegalPropertyValue(name, value)); };
+    const std::string v92(92, 'v'), too_long = "!Property value too long";
+    const std::string not_utf8 = "!Value is not a UTF8 encoded string";
+    Check({{v("x.y", std::string(91, 'v')), ""}, {v("x.y", v92), too_long},
+           {v("ro", v92), too_long}, {v("ro.x", std::string(5000, 'v')), ""},
+           {v("x", "caf\xc3\xa9 \xe2\x82\xac"), ""},
+           {v("x", std::string(92, '\xff')), too_long},  // length is checked first
+           {v("x", "\xc3\x28"), not_utf8}, {v("x", "\xe2\x82"), not_utf8},  // even cut off
+           {v("x", std::string("a\0\xc3\x28", 4)), not_utf8}});  // bytes after a NUL count too
+    setlocale(LC_ALL, "C");
 }
 
-TEST_F(UtilsTest, ReadFileRefusesAFinalSymlinkReadFileWithOffsetFollowsIt) {
-    const std::string big(3000, 'q');  // several read chunks
-    ASSERT_EQ(symlink(Put("target", big).c_str(), (dir_ + "/link").c_str()), 0);
-    EXPECT_EQ(ReadFile(dir_ + "/target").value_or("?"), big);
-    EXPECT_EQ(ReadFile(Put("empty", "")).value_or("?"), "");
-    const std::vector<std::pair<Result<std::string>, std::string>> failures = {
-            {ReadFile(dir_ + "/link"), "open() failed: Too many levels of symbolic links"},
-            {ReadFile(dir_), "Unable to read file contents: Is a directory"},
-            {ReadFileWithOffset(dir_, 0, 4), "Unable to read file contents: Is a directory"},
-            {ReadFileWithOffset(dir_ + "/none", 0, 4), "open() failed: No such file or directory"}};
-    for (const auto& [result, message] : failures) {
-        EXPECT_EQ(result.ok() ? "ok" : result.error().message(), message);
-    }
-    EXPECT_EQ(ReadFileWithOffset(dir_ + "/link", 2990, 10).value_or("?"), std::string(10, 'q'));
-}
-
-TEST_F(UtilsTest, ReadFdToStringWithOffsetPadsWithZeros) {
-    unique_fd fd(open(Put("four", "abcd").c_str(), O_RDONLY | O_CLOEXEC));
-    const std::vector<std::tuple<int, int, std::string>> cases = {
-            {0, 10, std::string("abcd\0\0\0\0\0\0", 10)}, {2, 2, "cd"},
-            {10, 3, std::string(3, '\0')}, {0, 1024, "abcd" + std::string(1020, '\0')}};
-    std::string content;
-    for (const auto& [offset, length, expected] : cases) {
-        content = "stale";
-        EXPECT_TRUE(ReadFdToStringWithOffset(fd.get(), &content, offset, length)) << offset;
-        EXPECT_EQ(content, expected) << offset << " " << length;
-    }
-    unique_fd write_only(open(Put("w", "abcd").c_str(), O_WRONLY | O_CLOEXEC));
-    EXPECT_FALSE(ReadFdToStringWithOffset(write_only.get(), &content, 0, 3));
-    EXPECT_EQ(content, std::string(3, '\0'));  // a failed read still yields |length| zeros
-    EXPECT_DEATH(ReadFdToStringWithOffset(fd.get(), &content, 0, 1025), "overflow");
-    int fds[2];
-    ASSERT_EQ(pipe(fds), 0);
-    unique_fd read_end(fds[0]), write_end(fds[1]);
-    LogCapture log;
-    EXPECT_FALSE(ReadFdToStringWithOffset(read_end.get(), &content, 0, 3));
-    EXPECT_EQ(content, "");
-    EXPECT_TRUE(log.Has(android::base::ERROR, "lseek() failed"));
-}
-
-TEST_F(UtilsTest, WritesCreateTruncateAndMindSymlinks) {
+TEST_F(UtilsTest, FileHelpers) {
     const mode_t old_umask = umask(0);
-    ASSERT_TRUE(WriteFile(dir_ + "/fresh", "one=1\n").ok());
-    EXPECT_EQ(ModeOf(dir_ + "/fresh"), 0600u);
-    const std::string existing = Put("existing", "a much longer old content\n");
-    ASSERT_EQ(chmod(existing.c_str(), 0644), 0);
-    ASSERT_TRUE(WriteFile(existing, "new\n").ok());
-    EXPECT_EQ(ReadFile(existing).value_or("?"), "new\n");
-    EXPECT_EQ(ModeOf(existing), 0644u);  // an existing file keeps its mode
+    const std::string big(3000, 'q'), link = dir_ + "/link", four = Put("four", "abcd");
+    std::filesystem::create_symlink(Put("target", big), link);  // several read chunks
+    auto read = [](const std::string& path) { return Text(ReadFile(path)); };
+    auto at = [](auto path, int off, int len) { return Text(ReadFileWithOffset(path, off, len)); };
+    EXPECT_DEATH(at(four, 0, 1025), "overflow");
+    const std::string is_dir = "!Unable to read file contents: Is a directory", zeros(1020, '\0');
+    Check({{read(dir_ + "/target"), big}, {read(Put("empty", "")), ""}, {read(dir_), is_dir},
+           {read(link), "!open() failed: Too many levels of symbolic links"},
+           {at(dir_, 0, 4), is_dir}, {at(link, 2990, 10), std::string(10, 'q')},
+           {at(dir_ + "/none", 0, 4), "!open() failed: No such file or directory"},
+           {at(four, 0, 10), "abcd" + zeros.substr(0, 6)}, {at(four, 2, 2), "cd"},
+           {at(four, 10, 3), zeros.substr(0, 3)}, {at(four, 0, 1024), "abcd" + zeros}});
+    android::base::unique_fd write_only(open(four.c_str(), O_WRONLY | O_CLOEXEC));
+    std::string failed = "stale", no_seek = "stale";  // a failed read still yields zeros
+    LogCapture log;
+    EXPECT_FALSE(ReadFdToStringWithOffset(write_only.get(), &failed, 0, 3));
+    EXPECT_FALSE(ReadFdToStringWithOffset(-1, &no_seek, 0, 3));  // lseek() fails
+    EXPECT_EQ(failed + "|" + no_seek, zeros.substr(0, 3) + "|");
+    EXPECT_THAT(log.Messages(android::base::ERROR), ElementsAre("lseek() failed"));
 
-    ASSERT_EQ(symlink(existing.c_str(), (dir_ + "/link").c_str()), 0);
-    EXPECT_EQ(WriteFile(dir_ + "/link", "x").error().code(), ELOOP);
-    EXPECT_FALSE(WriteStringToFile("x", dir_ + "/link"));
-    EXPECT_TRUE(WriteStringToFile("through\n", dir_ + "/link", true));
-    EXPECT_EQ(ReadFile(existing).value_or("?"), "through\n");
-    EXPECT_TRUE(WriteStringToFile("", dir_ + "/other"));
-    EXPECT_EQ(ModeOf(dir_ + "/other"), 0666u);
-    EXPECT_TRUE(::WriteStringToFd("", android::base::borrowed_fd(-1)));  // nothing to write
-    EXPECT_FALSE(::WriteStringToFd("x", android::base::borrowed_fd(-1)));
+    auto state = [&](const std::string& path) {  // the mode in octal, then the content
+        return StringPrintf("%o ", int(std::filesystem::status(path).permissions())) + read(path);
+    };
+    // WriteStringToFile follows a final symbolic link only when told to; "" is nothing to write.
+    EXPECT_THAT((std::vector<bool>{WriteStringToFile("x", link), ::WriteStringToFd("", -1),
+                                   WriteStringToFile("through\n", link, true),
+                                   WriteStringToFile("", dir_ + "/o"), ::WriteStringToFd("x", -1)}),
+                ElementsAre(false, true, true, true, false));
+    Check({{Text(WriteFile(dir_ + "/fresh", "one=1\n")), ""}, {Text(WriteFile(four, "n\n")), ""},
+           {Text(WriteFile(link, "x")), "!open() failed: Too many levels of symbolic links"},
+           {state(dir_ + "/fresh"), "600 one=1\n"},
+           {state(four), "666 n\n"},  // truncated; an existing file keeps its mode
+           {state(dir_ + "/o"), "666 "}, {read(dir_ + "/target"), "through\n"}});
     umask(old_umask);
-}
-
-TEST(PathTest, TrimPathAndGetPathName) {
-    // path, trimPath, getPathName
-    const std::vector<std::array<std::string, 3>> cases = {
-            {"a/b/", "/a/b", "/a/b"}, {"/a", "/a", "/"},  {"", "", "/"},        {"/", "", "/"},
-            {"a", "/a", "/"},         {"//", "/", "/"},   {"/a/b/c", "/a/b/c", "/a/b"},
-            {"a/b", "/a/b", "/a"},    {"//x", "//x", "/"}};
-    for (const auto& [path, trimmed, parent] : cases) {
-        EXPECT_EQ(trimPath(path), trimmed) << path;
-        EXPECT_EQ(getPathName(path), parent) << path;
-    }
+    auto path = [](const char* path) { return trimPath(path) + " " + getPathName(path); };
+    Check({{path("a/b/"), "/a/b /a/b"}, {path("/a"), "/a /"}, {path(""), " /"},
+           {path("/"), " /"}, {path("a"), "/a /"}, {path("//"), "/ /"},
+           {path("/a/b/c"), "/a/b/c /a/b"}, {path("a/b"), "/a/b /a"}, {path("//x"), "//x /"}});
 }
 
 }  // namespace
