@@ -1,71 +1,53 @@
 // Helpers shared by the SIM-switch, media path and COTA tests.
 #pragma once
 
-#include <chrono>
-#include <functional>
-#include <optional>
-#include <string>
-#include <vector>
+#include <sstream>
 
 #include "ZelvaExtensionProperty.h"
 #include "test_support.h"
 
 namespace zelva_test {
 
-// Every mount() of this process since the last call, one "source>target 0xFLAGS"
-// a line. The test binary's own mount() records each call, then makes it, so the
-// flags the library asks for can be checked where the kernel ignores some of
-// them (MS_RDONLY in a first bind).
-std::string TakeMountCalls();
+using Lines = std::vector<std::string>;
 
-// With these two properties set, loadSpecialProperties sends kSpecialBatch.
-inline const PropertyMap kSpecialSeed = {{"ro.vendor.zelva.version_suffix", "T"},
-                                         {"ro.build.display.id", "QX100_11"}};
-inline const PropertyMap kSpecialBatch = {{"ro.vendor.zelva.exp.version", "QX100T_11"}};
-constexpr char kDisplay[] = "ro.zelva.customize.display.version_name";
+// Every mount() of this process since the last call, one "source>target 0xFLAGS" a line:
+// cota_test.cpp wraps mount() to record each call before making it, so that the flags
+// asked for show even where the kernel ignores some (MS_RDONLY in a first bind).
+std::string TakeMountCalls();
+// Runs |fn| with the properties |props| ("a=1 b=2") set in a device laid out from |tree|, a
+// list of "path=content" (a path ending in "/" is a directory, ";" in a content a line
+// break); the mount calls made during |fn| come back as the note "mounts".
+sandbox::Outcome RunDevice(const std::string& tree, const std::string& props,
+                           const sandbox::Function& fn);
+
+// "a=1 b=2" as a map (a name alone maps to ""; a later value replaces an earlier one).
+inline PropertyMap P(const std::string& text) {
+    PropertyMap map;
+    std::istringstream in(text);
+    for (std::string item; in >> item;) {
+        const size_t eq = item.find('=');
+        map[item.substr(0, eq)] = eq == std::string::npos ? "" : item.substr(eq + 1);
+    }
+    return map;
+}
+
+// The batches as "{a=1 b=2} {c=3}"; a kind other than 0 shows as "{kind2 ...}".
+inline std::string Sent(const sandbox::Outcome& o) {
+    std::string out;
+    for (const sandbox::Batch& b : o.batches) {
+        std::string batch = b.kind ? "kind" + std::to_string(b.kind) : "";
+        for (const auto& [k, v] : b.props) batch += (batch.empty() ? "" : " ") + k + "=" + v;
+        out += (out.empty() ? "{" : " {") + batch + "}";
+    }
+    return out;
+}
+
+// With kSeed set, loadSpecialProperties sends kSpecial.
+inline const std::string kSeed = "ro.vendor.zelva.version_suffix=T ro.build.display.id=QX100_11";
+inline const std::string kSpecial = "{ro.vendor.zelva.exp.version=QX100T_11}";
 constexpr char kMountInfo[] = "/data/cota/cota_mount_info.prop";
 constexpr char kModuleInfo[] = "/data/cota/cota_module_info.prop";
 
-inline android::init::InitExtensionPropertyImpl* Impl() {
-    return android::init::InitExtensionPropertyImpl::getInstance();
-}
-
-inline PropertyMap Merge(PropertyMap a, const PropertyMap& b) {
-    a.insert(b.begin(), b.end());
-    return a;
-}
-
-// Runs |fn| in a device laid out from |tree| with |props| set; the mount calls
-// made during |fn| come back as the note "mounts".
-inline sandbox::Outcome RunDevice(const sandbox::DeviceTree& tree, const PropertyMap& props,
-                                  const std::function<void(sandbox::Context&)>& fn) {
-    sandbox::Options options;
-    options.properties = props;
-    options.timeout = std::chrono::seconds(30);
-    auto run = [&](sandbox::Context& ctx) {
-        TakeMountCalls();
-        fn(ctx);
-        ctx.Note("mounts", TakeMountCalls());
-    };
-    return RunInDevice(tree, run, options);
-}
-
-// Every batch, all of which must be of kind 0.
-inline std::vector<PropertyMap> Sent(const sandbox::Outcome& outcome) {
-    EXPECT_EQ(BatchesOfKind(outcome, 0).size(), outcome.batches.size()) << "a batch not of kind 0";
-    return BatchesOfKind(outcome, 0);
-}
-
-// Lays out a request file: nullopt leaves it missing; "->" makes it a symlink to
-// a valid file, a request that exists but fails to load (links aren't followed).
-inline void AddRequest(sandbox::DeviceTree* tree, const char* path,
-                       const std::optional<std::string>& content) {
-    tree->File("/data/cota/real.prop", "sys.x=1\n");
-    if (content == "->") {
-        tree->Symlink(path, "real.prop");
-    } else if (content) {
-        tree->File(path, *content);
-    }
-}
+inline auto* Impl() { return android::init::InitExtensionPropertyImpl::getInstance(); }
 
 }  // namespace zelva_test
