@@ -71,8 +71,8 @@ int64_t NowNs() {
     return ts.tv_sec * int64_t{1000000000} + ts.tv_nsec;
 }
 
-void NoLogger(android::base::LogId, android::base::LogSeverity, const char*, const char*,
-              unsigned, const char*) {}
+void NoLogger(android::base::LogId, android::base::LogSeverity, const char*, const char*, unsigned,
+              const char*) {}
 
 // The floor's reader: open, fstat, read whole into a buffer of the file's size.
 std::string ReadWhole(const char* path) {
@@ -143,11 +143,15 @@ void BM_Parser(benchmark::State& state) {
 // What init has set by these boot points; the company date differs from its
 // backup, so the company hand-over runs.
 const sandbox::PropertyMap kBootProperties = {
-        {"sys.cotaimg.verify", "1"}, {"sys.cota.load.properties", "/mnt/cota/carrier"},
-        {"persist.sys.zelva.operator.opta", "VDF"}, {"persist.sys.zelva.operator.optb", "DE"},
-        {"persist.sys.channel.info", "amazon"}, {"ro.zelva.image.my_company.date", "20240601"},
+        {"sys.cotaimg.verify", "1"},
+        {"sys.cota.load.properties", "/mnt/cota/carrier"},
+        {"persist.sys.zelva.operator.opta", "VDF"},
+        {"persist.sys.zelva.operator.optb", "DE"},
+        {"persist.sys.channel.info", "amazon"},
+        {"ro.zelva.image.my_company.date", "20240601"},
         {"persist.sys.zelva.company.ota.version.backup", "20231101"},
-        {"dev.mnt.blk.userdata", "sda"}, {"ro.vendor.zelva.version_suffix", "EEA"},
+        {"dev.mnt.blk.userdata", "sda"},
+        {"ro.vendor.zelva.version_suffix", "EEA"},
         {"ro.build.display.id", "PHB110_14.0.0.600(EX01)"}};
 
 // Files the boot reads whole without its parser: the old NV flag and the data
@@ -232,8 +236,9 @@ void ReadAndInsert(const std::vector<FileRead>& reads) {
 void BM_Boot(benchmark::State& state) {
     // One scratch root per scale, reused: the tree holds every key in its
     // final form, so a boot changes nothing (checked through the bytes handed).
-    static std::map<int64_t, std::pair<std::unique_ptr<sandbox::ScratchRoot>,
-                                       std::vector<FileRead>>> inputs;
+    static std::map<int64_t,
+                    std::pair<std::unique_ptr<sandbox::ScratchRoot>, std::vector<FileRead>>>
+            inputs;
     auto& [root, reads] = inputs[state.range(0)];
     std::string error;
     if (!root) {
@@ -300,11 +305,18 @@ int main(int argc, char** argv) {
         return 2;
     }
     benchmark::RegisterBenchmark("parser", BM_Parser)
-            ->Arg(1000)->Arg(10000)->Arg(100000)->UseManualTime()->Unit(benchmark::kMicrosecond);
+            ->Arg(1000)
+            ->Arg(10000)
+            ->Arg(100000)
+            ->UseManualTime()
+            ->Unit(benchmark::kMicrosecond);
     std::string reason;
     if (sandbox::Available(&reason)) {
         benchmark::RegisterBenchmark("boot/scale", BM_Boot)
-                ->Arg(1)->Arg(10)->UseManualTime()->Unit(benchmark::kMillisecond);
+                ->Arg(1)
+                ->Arg(10)
+                ->UseManualTime()
+                ->Unit(benchmark::kMillisecond);
     } else {
         fprintf(stderr, "boot benchmarks skipped: %s\n", reason.c_str());
     }

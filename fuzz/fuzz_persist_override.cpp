@@ -23,9 +23,13 @@ namespace {
 using android::init::PropertyMap;
 
 constexpr const char* kFiles[] = {
-        "/my_region/build.prop", "/my_carrier/build.prop", "/my_company/build.prop",
-        "/my_carrier/etc/nvmap.prop", "/my_carrier/etc/flags.prop",
-        "/my_company/etc/custom_map.prop", "/my_carrier/etc/build.k.prop",
+        "/my_region/build.prop",
+        "/my_carrier/build.prop",
+        "/my_company/build.prop",
+        "/my_carrier/etc/nvmap.prop",
+        "/my_carrier/etc/flags.prop",
+        "/my_company/etc/custom_map.prop",
+        "/my_carrier/etc/build.k.prop",
         "/my_carrier/properties/k/SimSwitchFirstTime/a.prop",
         "/my_carrier/properties/k/SimSwitchCurrentTime/a.prop",
         "/my_carrier/properties/k/switchCarrierChannel/a.prop",
@@ -43,21 +47,34 @@ constexpr const char* kFiles[] = {
         "/data/system/customize/data_common_prop_file.prop",
         "/data/system/customize/sim_switch/sim_switch_first_file",
         "/data/system/customize/sim_switch/region_switch_file",
-        "/my_product/cust/CN/etc/devicename.cfg", "/sys/block/sda/size",
+        "/my_product/cust/CN/etc/devicename.cfg",
+        "/sys/block/sda/size",
 };
 constexpr const char* kProperties[] = {
-        "sys.region.switch.first", "sys.sim.switch.first", "sys.sim.switch.current",
-        "persist.sys.channel.info", "persist.sys.911.shutdown", "persist.sys.remove.region.apk",
-        "persist.sys.recopy.preload.opinstalled", "persist.sys.zelva.operator.opta",
-        "persist.sys.zelva.operator.optb", "ro.zelva.image.my_company.date",
-        "persist.sys.zelva.company.ota.version.backup", "persist.sys.payjoy.status_change",
-        "ro.boot.qvcarrier", "ro.zelva.internet.whether.force.connect", "dev.mnt.blk.userdata",
-        "ro.vendor.zelva.version_suffix", "ro.build.display.id", "ro.sys.region.switch.first",
-        "ro.zelva.image.my_company.type", "ro.zelva.image.my_carrier.version_name",
+        "sys.region.switch.first",
+        "sys.sim.switch.first",
+        "sys.sim.switch.current",
+        "persist.sys.channel.info",
+        "persist.sys.911.shutdown",
+        "persist.sys.remove.region.apk",
+        "persist.sys.recopy.preload.opinstalled",
+        "persist.sys.zelva.operator.opta",
+        "persist.sys.zelva.operator.optb",
+        "ro.zelva.image.my_company.date",
+        "persist.sys.zelva.company.ota.version.backup",
+        "persist.sys.payjoy.status_change",
+        "ro.boot.qvcarrier",
+        "ro.zelva.internet.whether.force.connect",
+        "dev.mnt.blk.userdata",
+        "ro.vendor.zelva.version_suffix",
+        "ro.build.display.id",
+        "ro.sys.region.switch.first",
+        "ro.zelva.image.my_company.type",
+        "ro.zelva.image.my_carrier.version_name",
 };
 // Top-level directories an input may create; wiped before the next one.
 constexpr const char* kTopLevel[] = {"/my_region", "/my_carrier", "/my_company", "/my_product",
-                                     "/mnt", "/data", "/sys"};
+                                     "/mnt",       "/data",       "/sys"};
 
 void ResetTree() {
     std::error_code ec;
@@ -91,13 +108,11 @@ void CheckBatch(int kind, const PropertyMap& batch) {
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     android::base::SetLogger([](auto&&...) {});
     std::string error;
-    static std::unique_ptr<sandbox::ScratchRoot> root =
-            sandbox::ScratchRoot::Create(sandbox::DeviceTree()
-                                                 .File("/system_ext/etc/build.prop",
-                                                       "ro.zelva.image.system_ext.brand=alder\n")
-                                                 .File("/my_region/build.prop",
-                                                       "ro.zelva.pipeline.region=CN\n"),
-                                         &error);
+    static std::unique_ptr<sandbox::ScratchRoot> root = sandbox::ScratchRoot::Create(
+            sandbox::DeviceTree()
+                    .File("/system_ext/etc/build.prop", "ro.zelva.image.system_ext.brand=alder\n")
+                    .File("/my_region/build.prop", "ro.zelva.pipeline.region=CN\n"),
+            &error);
     // Each top-level directory is a tmpfs: inputs are written and wiped in memory.
     sandbox::Options options;
     for (const char* dir : kTopLevel) {

@@ -23,7 +23,9 @@
 
 static std::string g_dir;
 
-static std::string PathOf(size_t i) { return g_dir + "/f" + std::to_string(i) + ".prop"; }
+static std::string PathOf(size_t i) {
+    return g_dir + "/f" + std::to_string(i) + ".prop";
+}
 
 // File |i| of |count|, from its |text| as the header above says.
 static std::string BuildFile(const std::string& text, size_t i, size_t count) {

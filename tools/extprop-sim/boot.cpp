@@ -148,8 +148,8 @@ void ExecuteStep(const Step& step, IInitExtensionProperty* object, sandbox::Cont
         case Step::Kind::kWrite: {
             std::error_code ec;
             std::filesystem::create_directories(std::filesystem::path(a[0]).parent_path(), ec);
-            ctx.Note(note_key, android::base::WriteStringToFile(a[1], a[0]) ? "written"
-                                                                           : "write failed");
+            ctx.Note(note_key,
+                     android::base::WriteStringToFile(a[1], a[0]) ? "written" : "write failed");
             break;
         }
         case Step::Kind::kWaitProp:
@@ -259,7 +259,8 @@ bool ParseScript(const std::string& text, std::vector<Step>* steps, std::string*
         auto need = [&](size_t min, size_t max) {
             if (args.size() >= min && args.size() <= max) return true;
             *error = where + verb + " takes " +
-                     (min == max ? std::to_string(min) : std::to_string(min) + " to " + std::to_string(max)) +
+                     (min == max ? std::to_string(min)
+                                 : std::to_string(min) + " to " + std::to_string(max)) +
                      " argument(s)";
             return false;
         };
@@ -290,7 +291,8 @@ bool ParseScript(const std::string& text, std::vector<Step>* steps, std::string*
         } else {
             int slot = -1;
             if (verb == "slot") {
-                if (args.empty() || !android::base::ParseInt(args[0], &slot) || FindSlot(slot) == nullptr) {
+                if (args.empty() || !android::base::ParseInt(args[0], &slot) ||
+                    FindSlot(slot) == nullptr) {
                     *error = where + "slot needs a slot number from 2 to 12";
                     return false;
                 }
@@ -298,8 +300,8 @@ bool ParseScript(const std::string& text, std::vector<Step>* steps, std::string*
             } else {
                 slot = SlotOf(verb, args.size());
                 if (slot < 0) {
-                    *error = where + "unknown step '" + verb + "' with " + std::to_string(args.size()) +
-                             " argument(s)";
+                    *error = where + "unknown step '" + verb + "' with " +
+                             std::to_string(args.size()) + " argument(s)";
                     return false;
                 }
             }
@@ -331,7 +333,8 @@ bool ReadPropsFile(const std::string& path, PropertyMap* props, std::string* err
             *error = path + ":" + std::to_string(number) + ": expected name=value";
             return false;
         }
-        (*props)[android::base::Trim(line.substr(0, eq))] = android::base::Trim(line.substr(eq + 1));
+        (*props)[android::base::Trim(line.substr(0, eq))] =
+                android::base::Trim(line.substr(eq + 1));
     }
     return true;
 }

@@ -48,12 +48,12 @@ std::vector<Step> DefaultBootSteps();
 bool ParseScript(const std::string& text, std::vector<Step>* steps, std::string* error);
 
 struct BootConfig {
-    std::string tree;                 // device tree directory to copy
-    PropertyMap properties;           // system properties before boot
-    std::string library;              // path of libzelvaextproperty.so
+    std::string tree;        // device tree directory to copy
+    PropertyMap properties;  // system properties before boot
+    std::string library;     // path of libzelvaextproperty.so
     std::vector<Step> steps;
-    bool echo_logs = false;           // the library's log on stderr as it happens
-    bool verbose = false;             // VERBOSE records too
+    bool echo_logs = false;  // the library's log on stderr as it happens
+    bool verbose = false;    // VERBOSE records too
     bool keep_root = false;
     // Runs inside the device after each step, with the step's index: a look at
     // the files as the step left them (through the mounts the library made).
@@ -61,10 +61,10 @@ struct BootConfig {
 };
 
 struct BootResult {
-    std::string error;                // set when the boot couldn't run
-    std::string root;                 // scratch root (kept only on request)
+    std::string error;  // set when the boot couldn't run
+    std::string root;   // scratch root (kept only on request)
     std::vector<Step> steps;
-    sandbox::Outcome outcome;         // batches carry the step index as their step
+    sandbox::Outcome outcome;  // batches carry the step index as their step
 };
 
 // Batches of slots 4 and 5 are maps filled in place; they are reported with

@@ -67,8 +67,9 @@ std::vector<std::string> LintCustomizationDirs(LintContext* ctx) {
     }
     if (letter.empty()) {
         ctx->Warning(ctx->tree + "/system_ext/etc/build.prop",
-                     "brand '" + brand + "' is not alder, birch or cedar: no region directory "
-                     "of a brand is read");
+                     "brand '" + brand +
+                             "' is not alder, birch or cedar: no region directory "
+                             "of a brand is read");
     }
     std::string region = TreeProperty(ctx, "/my_region/build.prop", "ro.zelva.pipeline.region");
     if (region.empty()) {

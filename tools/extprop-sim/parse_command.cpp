@@ -49,8 +49,8 @@ int ParseCommand(const Args& args) {
 
     android::base::SetMinimumLogSeverity(verbose ? android::base::VERBOSE : android::base::INFO);
     PropertyMap props;
-    if (!load_properties_from_file_without_se(file.c_str(), filter.empty() ? nullptr : filter.c_str(),
-                                              &props)) {
+    if (!load_properties_from_file_without_se(file.c_str(),
+                                              filter.empty() ? nullptr : filter.c_str(), &props)) {
         return Fail("cannot load " + file);
     }
     for (const auto& [name, value] : props) printf("%s=%s\n", name.c_str(), value.c_str());

@@ -327,9 +327,9 @@ void SendTree(ChildContext* ctx, const std::string& dir, int depth, size_t limit
         } else if (S_ISLNK(st.st_mode)) {
             android::base::Readlink(path, &data);
         }
-        ctx->Send(kTreeEntry, {path, std::string(1, TypeOf(st.st_mode)),
-                               std::to_string(st.st_mode & 07777), std::to_string(st.st_uid),
-                               std::to_string(st.st_gid), data});
+        ctx->Send(kTreeEntry,
+                  {path, std::string(1, TypeOf(st.st_mode)), std::to_string(st.st_mode & 07777),
+                   std::to_string(st.st_uid), std::to_string(st.st_gid), data});
         if (S_ISDIR(st.st_mode)) SendTree(ctx, path, depth + 1, limit);
     }
 }
@@ -377,11 +377,13 @@ void ApplyRecord(const Record& record, Outcome* outcome) {
             outcome->ran = true;
             break;
         case kBatch:
-            if (f.size() >= 2) outcome->batches.push_back({f[0], std::stoi(f[1]), UnflattenMap(f, 2)});
+            if (f.size() >= 2)
+                outcome->batches.push_back({f[0], std::stoi(f[1]), UnflattenMap(f, 2)});
             break;
         case kLog:
             if (f.size() == 5) {
-                outcome->logs.push_back({f[0], static_cast<android::base::LogSeverity>(std::stoi(f[1])),
+                outcome->logs.push_back({f[0],
+                                         static_cast<android::base::LogSeverity>(std::stoi(f[1])),
                                          f[2], static_cast<unsigned>(std::stoul(f[3])), f[4]});
             }
             break;
@@ -484,7 +486,8 @@ bool DeviceTree::Materialize(const std::string& root, std::string* error) const 
         std::error_code ec;
         fs::create_directories(fs::path(host).parent_path(), ec);
         // A later entry replaces whatever an earlier one left at its path.
-        if (entry.kind != Kind::kCopy && !(entry.kind == Kind::kDir && fs::is_directory(host, ec))) {
+        if (entry.kind != Kind::kCopy &&
+            !(entry.kind == Kind::kDir && fs::is_directory(host, ec))) {
             fs::remove_all(host, ec);
         }
         switch (entry.kind) {
@@ -525,8 +528,8 @@ bool DeviceTree::Materialize(const std::string& root, std::string* error) const 
 
 std::unique_ptr<ScratchRoot> ScratchRoot::Create(const DeviceTree& tree, std::string* error) {
     const char* tmp = getenv("TMPDIR");
-    std::string pattern = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") +
-                          "/zelva-root-XXXXXX";
+    std::string pattern =
+            std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/zelva-root-XXXXXX";
     if (mkdtemp(pattern.data()) == nullptr) {
         *error = ErrnoText("mkdtemp " + pattern);
         return nullptr;

@@ -85,12 +85,12 @@ struct MountSetup {
 };
 
 struct Options {
-    PropertyMap properties;         // system properties when the function starts
+    PropertyMap properties;  // system properties when the function starts
     std::vector<MountSetup> mounts;
-    bool apply_batches = true;      // set each batch's entries as init would
-    bool echo_logs = false;         // also write the log to stderr, as libbase does
+    bool apply_batches = true;  // set each batch's entries as init would
+    bool echo_logs = false;     // also write the log to stderr, as libbase does
     android::base::LogSeverity min_severity = android::base::INFO;
-    bool capture_tree = true;       // report the tree as the child sees it at the end
+    bool capture_tree = true;          // report the tree as the child sees it at the end
     size_t capture_limit = 64 * 1024;  // bytes of each file's content reported
     std::chrono::milliseconds timeout{60000};
 };
@@ -118,16 +118,16 @@ struct TreeEntry {
 };
 
 struct Outcome {
-    bool ran = false;           // the child entered the sandbox and ran the function
-    std::string unavailable;    // why the sandbox couldn't be entered
-    std::string error;          // anything else that went wrong around the function
-    int exit_code = -1;         // when the child exited
-    int signal = 0;             // when a signal ended the child
+    bool ran = false;         // the child entered the sandbox and ran the function
+    std::string unavailable;  // why the sandbox couldn't be entered
+    std::string error;        // anything else that went wrong around the function
+    int exit_code = -1;       // when the child exited
+    int signal = 0;           // when a signal ended the child
     bool timed_out = false;
     std::vector<Batch> batches;
     std::vector<LogRecord> logs;
     PropertyMap notes;
-    PropertyMap properties;     // the property store at the end
+    PropertyMap properties;                 // the property store at the end
     std::map<std::string, TreeEntry> tree;  // device path -> entry, at the end
 
     bool Completed() const { return ran && exit_code == 0 && signal == 0 && !timed_out; }

@@ -31,7 +31,8 @@ class InitExtensionPropertyImpl : public IInitExtensionProperty {
     void loadNightjarOverrideProperties(PropertySink sink) noexcept override;
     void loadSimSwitchOverrideProperties(PropertySink sink) noexcept override;
     void loadSimSwitchOverrideProperties(std::string trigger, PropertySink sink) noexcept override;
-    void loadCotaServiceOverrideProperties(std::string command, PropertySink sink) noexcept override;
+    void loadCotaServiceOverrideProperties(std::string command,
+                                           PropertySink sink) noexcept override;
 
     // Partition property sets (ZelvaExtensionProperty_partition.cpp).
     void modifyComponentPriorityIfNeed(PropertyMap* props);

@@ -68,7 +68,8 @@ void InitExtensionPropertyImpl::updateCotaInfoProperties(PropertySink sink) {
         LOG(ERROR) << "cota info prop load failed:" << kCotaMountInfoFile;
     }
     // One-shot: consumed whether or not it loaded.
-    if (unlink(kCotaMountInfoFile) != 0) PLOG(ERROR) << "unlink() failed for " << kCotaMountInfoFile;
+    if (unlink(kCotaMountInfoFile) != 0)
+        PLOG(ERROR) << "unlink() failed for " << kCotaMountInfoFile;
     if (props.empty()) return;
     sink(0, std::move(props));
     loadCustomizeDisplayVersionName(sink);
@@ -92,7 +93,8 @@ void loadCustomizeDisplayVersionName(PropertySink sink) noexcept {
     if (SplitAtLastUnderscore(cota, &front, &number)) {
         std::string android = "T";
         std::string image_type = "P";
-        if (number.size() < kCotaNumberWidth) number.insert(0, kCotaNumberWidth - number.size(), '0');
+        if (number.size() < kCotaNumberWidth)
+            number.insert(0, kCotaNumberWidth - number.size(), '0');
 
         std::string lead, type_field;
         if (front.size() >= 2 && SplitAtLastUnderscore(front, &lead, &type_field)) {
@@ -108,7 +110,8 @@ void loadCustomizeDisplayVersionName(PropertySink sink) noexcept {
             // out_of_range here, which ends the process.
             const std::string ending = display.substr(display.size() - 2);
             if (ending == "PM" || ending == "CT") {
-                display = display.substr(0, display.size() - 2) + image_type + "_" + android + number;
+                display =
+                        display.substr(0, display.size() - 2) + image_type + "_" + android + number;
             } else {
                 display += "_" + android + number;
             }

@@ -65,7 +65,8 @@ void doBindCotaMountThread(InitExtensionPropertyImpl* impl, PropertySink sink) n
         }
     } while (polls < limit);
     if (polls >= limit) {
-        LOG(INFO) << "not need do cota bind mount " << "cota timeoutValue= " << limit;
+        LOG(INFO) << "not need do cota bind mount "
+                  << "cota timeoutValue= " << limit;
     }
 }
 
@@ -102,7 +103,8 @@ void InitExtensionPropertyImpl::bindAndLoadCotaOverrideProperties(PropertySink s
     if (!load_properties_from_file_without_se(kCotaMountInfoFile, nullptr, &request)) {
         LOG(ERROR) << "cota info prop load failed:" << kCotaMountInfoFile;
     }
-    if (unlink(kCotaMountInfoFile) != 0) PLOG(ERROR) << "unlink() failed for " << kCotaMountInfoFile;
+    if (unlink(kCotaMountInfoFile) != 0)
+        PLOG(ERROR) << "unlink() failed for " << kCotaMountInfoFile;
 
     const std::string verify = ValueOr(request, "sys.cotaimg.verify", "");
     const std::string source = ValueOr(request, "sys.cota.load.properties", "");

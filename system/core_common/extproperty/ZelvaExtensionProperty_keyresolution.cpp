@@ -147,7 +147,8 @@ void RegionKeyFromRemovalProperty(PropertyMap* props) {
     if (!written.ok()) {
         LOG(ERROR) << "Unable to write region_switch_file_data_path " << written.error();
     }
-    if (Exists(kDataRegionSwitchFile) && lchown(kDataRegionSwitchFile, kSystemUid, kSystemGid) == -1) {
+    if (Exists(kDataRegionSwitchFile) &&
+        lchown(kDataRegionSwitchFile, kSystemUid, kSystemGid) == -1) {
         LOG(ERROR) << "Unable to chown file " << kDataRegionSwitchFile << ", errno: " << errno;
     }
 }
@@ -174,35 +175,36 @@ void InitExtensionPropertyImpl::loadExtensionSimswitchKeyInfo(PropertyMap* props
 
     if (Exists(kReserveSimSwitchFirstFile)) {
         LOG(INFO) << "sim_switch_first_file is exist!!!";
-        ReadReserveKeyFile({kReserveSimSwitchFirstFile, kSimSwitchFirstProperty,
-                            "sim switch key property failed:", "read sim switch first file failed :",
-                            "Convert tmp_first_key to SIM_SWITCH_FIRST_PROPERTY",
-                            "Unable to write sim_switch_first_file"},
-                           props, &simSwitchFirstKey);
+        ReadReserveKeyFile(
+                {kReserveSimSwitchFirstFile, kSimSwitchFirstProperty,
+                 "sim switch key property failed:", "read sim switch first file failed :",
+                 "Convert tmp_first_key to SIM_SWITCH_FIRST_PROPERTY",
+                 "Unable to write sim_switch_first_file"},
+                props, &simSwitchFirstKey);
     }
     if (Exists(kReserveSimSwitchCurrentFile)) {
         LOG(INFO) << "sim_switch_current_file is exist!!!";
-        ReadReserveKeyFile({kReserveSimSwitchCurrentFile, kSimSwitchCurrentProperty,
-                            "sim switch key property failed:",
-                            "read sim switch current file failed :",
-                            "Convert tmp_current_key to SIM_SWITCH_CURRENT_PROPERTY",
-                            "Unable to write sim_switch_current_file"},
-                           props, &simSwitchCurrentKey);
+        ReadReserveKeyFile(
+                {kReserveSimSwitchCurrentFile, kSimSwitchCurrentProperty,
+                 "sim switch key property failed:", "read sim switch current file failed :",
+                 "Convert tmp_current_key to SIM_SWITCH_CURRENT_PROPERTY",
+                 "Unable to write sim_switch_current_file"},
+                props, &simSwitchCurrentKey);
     }
 
     doRegionSwitchForDomestic();
 
     // The region file is tested by opening it, not by access().
-    if (android::base::unique_fd region_fd(
-                TEMP_FAILURE_RETRY(open(kReserveRegionSwitchFile, O_RDONLY | O_CLOEXEC | O_NONBLOCK)));
+    if (android::base::unique_fd region_fd(TEMP_FAILURE_RETRY(
+                open(kReserveRegionSwitchFile, O_RDONLY | O_CLOEXEC | O_NONBLOCK)));
         region_fd != -1) {
         LOG(INFO) << "region_switch_file exists!!!";
-        ReadReserveKeyFile({kReserveRegionSwitchFile, kRegionSwitchProperty,
-                            "region switch key property failed:",
-                            "read sim switch first file failed :",
-                            "Convert tmp_region_key to REGION_SWITCH_PROPERTY",
-                            "Unable to write region_switch_file"},
-                           props, &regionSwitchKey);
+        ReadReserveKeyFile(
+                {kReserveRegionSwitchFile, kRegionSwitchProperty,
+                 "region switch key property failed:", "read sim switch first file failed :",
+                 "Convert tmp_region_key to REGION_SWITCH_PROPERTY",
+                 "Unable to write region_switch_file"},
+                props, &regionSwitchKey);
     }
 
     LoadIfExists(kDataSimSwitchCurrentFile, props, "sim switch key property failed:");
@@ -212,7 +214,8 @@ void InitExtensionPropertyImpl::loadExtensionSimswitchKeyInfo(PropertyMap* props
 
     RegionKeyFromRemovalProperty(props);
 
-    if (Exists(kDataCommonFile) && LoadOrLog(kDataCommonFile, props, "sim switch key property failed:")) {
+    if (Exists(kDataCommonFile) &&
+        LoadOrLog(kDataCommonFile, props, "sim switch key property failed:")) {
         CopyIfPresent(*props, "persist.sys.channel.info", &switchCarrierChannelKey);
     }
 

@@ -37,8 +37,8 @@ std::optional<int64_t> ParseLeadingInt64(const std::string& text) {
 
 // The ROM size class of the device name file; 0 unless it is all digits.
 int64_t ParseRomSize(const std::string& rom) {
-    if (rom.empty() || !std::all_of(rom.begin(), rom.end(),
-                                    [](unsigned char c) { return std::isdigit(c); })) {
+    if (rom.empty() ||
+        !std::all_of(rom.begin(), rom.end(), [](unsigned char c) { return std::isdigit(c); })) {
         return 0;
     }
     return ParseLeadingInt64(rom).value_or(0);

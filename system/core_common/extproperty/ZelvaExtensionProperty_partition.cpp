@@ -50,8 +50,7 @@ void InitExtensionPropertyImpl::modifyComponentPriorityIfNeed(PropertyMap* props
     props->emplace(kCustVersionProperty, "1");
 }
 
-void InitExtensionPropertyImpl::loadPropertiesFromDir(const std::string& dir,
-                                                      PropertyMap* props) {
+void InitExtensionPropertyImpl::loadPropertiesFromDir(const std::string& dir, PropertyMap* props) {
     std::unique_ptr<DIR, int (*)(DIR*)> d(opendir(dir.c_str()), closedir);
     if (!d) return;
     while (const dirent* entry = readdir(d.get())) {
@@ -89,8 +88,8 @@ void InitExtensionPropertyImpl::loadExtensionPartitionSimswitchProperties(std::s
         loadPropertiesFromDir(PropertySetDir(dir, simSwitchFirstKey, "SimSwitchFirstTime"), props);
     }
     if (!switchCarrierChannelKey.empty()) {
-        loadPropertiesFromDir(
-                PropertySetDir(dir, switchCarrierChannelKey, "switchCarrierChannel"), props);
+        loadPropertiesFromDir(PropertySetDir(dir, switchCarrierChannelKey, "switchCarrierChannel"),
+                              props);
     }
     if (!regionSwitchKey.empty()) {
         loadPropertiesFromDir(PropertySetDir(dir, regionSwitchKey, "regionSwitch"), props);

@@ -174,8 +174,8 @@ Result<std::string> ExpandProps(const std::string& src) {
             continue;
         }
         if (src[pos] != '{') {
-            return Error() << "using deprecated syntax for specifying property '"
-                           << src.substr(pos) << "', use ${name} instead";
+            return Error() << "using deprecated syntax for specifying property '" << src.substr(pos)
+                           << "', use ${name} instead";
         }
 
         const size_t close = src.find('}', pos + 1);
@@ -202,8 +202,8 @@ Result<std::string> ExpandProps(const std::string& src) {
         std::string value = android::base::GetProperty(name, "");
         if (value.empty()) {
             if (default_value.empty()) {
-                return Error() << "property '" << name << "' doesn't exist while expanding '"
-                               << src << "'";
+                return Error() << "property '" << name << "' doesn't exist while expanding '" << src
+                               << "'";
             }
             value = std::move(default_value);
         }
@@ -260,8 +260,8 @@ Result<std::string> ReadFile(const std::string& path) {
     std::string content(sized ? static_cast<size_t>(sb.st_size) + 1 : kReadChunkSize, '\0');
     size_t length = 0;
     ssize_t n;
-    while ((n = TEMP_FAILURE_RETRY(
-                    read(fd.get(), &content[length], content.size() - length))) > 0) {
+    while ((n = TEMP_FAILURE_RETRY(read(fd.get(), &content[length], content.size() - length))) >
+           0) {
         length += n;
         if (length == content.size()) content.resize(content.size() * 2);
     }
@@ -329,8 +329,7 @@ bool ReadFdToStringWithOffset(int fd, std::string* content, int offset, int leng
     return n >= 0;
 }
 
-bool WriteStringToFile(const std::string& content, const std::string& path,
-                       bool follow_symlinks) {
+bool WriteStringToFile(const std::string& content, const std::string& path, bool follow_symlinks) {
     const int flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | (follow_symlinks ? 0 : O_NOFOLLOW);
     unique_fd fd(TEMP_FAILURE_RETRY(open(path.c_str(), flags, 0666)));
     if (fd == -1) return false;

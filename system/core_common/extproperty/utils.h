@@ -52,8 +52,7 @@ android::base::Result<void> WriteFile(const std::string& path, const std::string
 // doesn't have are zeros.
 EXTPROP_EXPORT android::base::Result<std::string> ReadFileWithOffset(const std::string& path,
                                                                      int offset, int length);
-EXTPROP_EXPORT bool ReadFdToStringWithOffset(int fd, std::string* content, int offset,
-                                             int length);
+EXTPROP_EXPORT bool ReadFdToStringWithOffset(int fd, std::string* content, int offset, int length);
 EXTPROP_EXPORT bool WriteStringToFile(const std::string& content, const std::string& path,
                                       bool follow_symlinks = false);
 EXTPROP_EXPORT bool WriteStringToFd(const std::string& content, android::base::borrowed_fd fd);

@@ -60,6 +60,5 @@ class IInitExtensionProperty {
 }  // namespace android
 
 // The library's only entry point. |libName| must be a valid C string.
-extern "C" __attribute__((visibility("default")))
-android::init::IInitExtensionProperty* QRAV_FETCH_IInitExtensionProperty(
-        const char* libName);
+extern "C" __attribute__((visibility("default"))) android::init::IInitExtensionProperty*
+QRAV_FETCH_IInitExtensionProperty(const char* libName);
