@@ -80,7 +80,7 @@ const std::vector<std::string>& PriorityDirList();
 // ro.zelva.pipeline.region from /my_region, else from /mnt/vendor/my_region.
 std::string GetSkuRegion();
 
-// --- Special, data, channel and network properties (ZelvaExtensionProperty_special.cpp) ---
+// --- Derived, data, channel and network properties (ZelvaExtensionProperty_derived.cpp) ---
 void loadSpecialProperties(PropertySink sink);
 void checkAndRestoreChannelInfo(PropertySink sink);
 void forceInternetConnection(PropertySink sink);
