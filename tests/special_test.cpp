@@ -1,10 +1,6 @@
 // Derived version properties, the channel reset after an emergency shutdown,
 // the forced internet connection, the data special files and the market name.
 
-#include <sys/stat.h>
-
-#include <array>
-
 #include "persist_test_support.h"
 
 namespace zelva_test {
@@ -15,113 +11,105 @@ const std::string kCust = "/data/system/customize/", kSsv = "/mnt/vendor/zelvare
 
 TEST(SpecialTest, VersionsChannelResetForcedConnectionAndDataFiles) {
     // The files that the channel reset deletes; the last two only when they can be opened.
-    const std::vector<std::string> files = {
-            kCust + "empty_appchannel_prop_file.prop", kSsv + "sim_switch_common_prop_file",
-            kCust + "data_common_prop_file.prop", kCust + "sim_switch/region_switch_file",
-            kSsv + "region_switch_file"};
+    const std::vector<std::string> files = {kCust + "empty_appchannel_prop_file.prop",
+            kSsv + "sim_switch_common_prop_file", kCust + "data_common_prop_file.prop",
+            kCust + "sim_switch/region_switch_file", kSsv + "region_switch_file"};
     const std::string id = "ro.vendor.zelva.version_suffix=T,ro.build.display.id=";
-    const std::string c = "ro.zelva.image.my_carrier.version_name=", p = "persist.sys.";
-    const std::string on = p + "911.shutdown=1,", rc = p + "recopy.preload.opinstalled=";
-    const std::string r = "ro.zelva.image.my_region.version_name=", ch = p + "channel.";
-    const std::string e = "[0 ro.vendor.zelva.exp.version=", log = "|customize dispaly version ";
-    auto name = [&](const std::string& n) {
-        return "[0 ro.zelva.customize.display.version_name=" + n + "]" + log + n;
-    };
-    const std::string none = rc + "none]", remove = p + "remove.";
-    const std::string reset = p + "reboot.time.count=0 " + rc + "true " + remove +
-                              "carrier.apk=false " + remove + "region-all.apk=false " + remove +
-                              "region.apk=false]";
-    const std::string net = on + "ro.zelva.internet.whether.force.connect=1", old = "old, longer\n";
-    const std::string line = "ro.zelva.internet.force.connect=1", batch = "[0 " + line + "]";
-    auto bad = [](const std::string& path, const std::string& what) {  // a directory
-        return "|Couldn't load property file '" + path + "': Unable to read file contents: Is a " +
-               "directory|reboot " + what + " property failed:" + path;
-    };
-    // properties, what runs, then what it returned, the batches and every message. "reset"
-    // returns which files are left after each run, made as files ("f") or sockets ("s") first;
-    // "data" puts the two data files first ("-": absent, "/": a directory, which fails to load);
-    // "force" returns its file, written over |old| or over a directory ("/").
+    const std::string carrier = "ro.zelva.image.my_carrier.version_name=";
+    const std::string sent = "[0 ro.zelva.customize.display.version_name=";
+    auto name = [&](const std::string& n) { return sent + n + "]|customize dispaly version " + n; };
+    const std::string persist = "persist.sys.", shutdown = "persist.sys.911.shutdown=1,";
+    const std::string reset = "[2 persist.sys.reboot.time.count=0 " + persist +
+            "recopy.preload.opinstalled=true " + persist + "remove.carrier.apk=false " + persist +
+            "remove.region-all.apk=false " + persist + "remove.region.apk=false]";
+    const std::string force = shutdown + "ro.zelva.internet.whether.force.connect=1";
+    const std::string forced = "ro.zelva.internet.force.connect=1";
+    // Properties, what runs, then what it returned, the batches and the messages.
     const Table cases = {
-            {id + "A_B_C", "version", e + "AT_B_C]"}, {id + "_11", "version", ""},
-            {id + "QX100", "version", ""}, {"ro.build.display.id=Q_1", "version", ""},
-            {c + "-Green", "version", name("-Green")}, {c + "A-B-C", "version", name("B-C")},
-            {c + "V1-", "version", log}, {r + "R-Blue", "version", name("Blue")},
-            {c + "Green," + r + "R-Blue", "version", name("Green")},
-            {"ro.zelva.customize.display.version_name=X," + c + "V1-Green", "version", ""},
-            {id + "Q_1," + r + "Blue", "version", e + "QT_1]" + name("Blue")},
-            {on + ch + "info=c," + ch + "country.info=c", "reset f",
-             "00000[2 " + ch + "country.info= " + ch + "info= " + none},
-            {on, "reset s", "00011[2 " + none},
-            {on + remove + "carrier.apk=x", "reset f", "00000[2 " + reset},
-            {on + remove + "region-all.apk=x", "reset f", "00000[2 " + reset},
-            {on + remove + "region.apk=EU," + ch + "info=c", "reset f f",  // once: marker set
-             "0000011111[2 " + ch + "info= " + reset},
-            {p + "911.shutdown=11", "reset f", "11111"}, {"", "reset f", "11111"},
-            {p + "911.shutdown=1 ", "reset f", "11111"}, {on + rc + "none", "reset f", "11111"},
-            {"", "data a=1 b=2", "[0 a=1][0 a=1 b=2]"}, {"", "data - b=2", "[0 b=2]"},
-            {"", "data a=1 -", "[0 a=1]"},
-            {"", "data / b=2", "[0][0 b=2]" + bad(files[0], "empty appchanel")},
-            {"", "data a=1 /", "[0 a=1][0 a=1]" + bad(files[2], "data common")},
-            {net, "force", line + "\n" + batch}, {net + "," + p + "911.shutdown=1 ", "force", old},
-            {net + ",ro.zelva.internet.whether.force.connect=11", "force", old},
-            {net + ",ro.zelva.internet.force.connect=0", "force", old},
-            {net, "force /", batch + "|Unable to write force_connect_internet_prop_file_path " +
-                                     "open() failed: Is a directory"}};
+            // The experience version: the suffix goes before the first "_", unless that starts
+            // the id. The display version name: what follows the first "-", unless that starts
+            // the name; the carrier's name, else the region's, unless a partition set one.
+            {id + "A_B_C,ro.zelva.image.my_region.version_name=R-B-C", "versions",
+             "[0 ro.vendor.zelva.exp.version=AT_B_C]" + name("B-C")},
+            {id + "_11", "versions", ""}, {id + "QX100", "versions", ""},
+            {"ro.build.display.id=Q_1", "versions", ""},
+            {carrier + "-Green", "versions", name("-Green")},
+            {carrier + "V1-", "versions", "|customize dispaly version "},
+            {carrier + "Red,ro.zelva.image.my_region.version_name=R-B", "versions", name("Red")},
+            {"ro.zelva.customize.display.version_name=X," + carrier + "V1-G", "versions", ""},
+            // The channel reset, run twice over |files| made with the content given: which files
+            // are left after each run, then the batch of the first run (none from the second,
+            // once the host has set the recopy marker).
+            {shutdown + persist + "channel.info=c," + persist + "channel.country.info=c",
+             "reset <socket>", "0001111111[2 persist.sys.channel.country.info= "
+             "persist.sys.channel.info= persist.sys.recopy.preload.opinstalled=none]"},
+            {shutdown + persist + "remove.carrier.apk=x", "reset a=1", "0000011111" + reset},
+            {shutdown + persist + "remove.region-all.apk=x", "reset a=1", "0000011111" + reset},
+            {shutdown + persist + "remove.region.apk=EU", "reset a=1", "0000011111" + reset},
+            // Only after the exact marker "1", and only while the recopy marker is unset.
+            {persist + "911.shutdown=1 ", "reset a=1", "1111111111"},
+            {shutdown + persist + "recopy.preload.opinstalled=none", "reset a=1", "1111111111"},
+            // The two data files, with the content given ("-": absent), go into one map, sent
+            // after each file that exists, even when it fails to load.
+            {"", "data a=1 b=2", "[0 a=1][0 a=1 b=2]"}, {"", "data - -", ""},
+            {"", "data <socket> <socket>", "[0][0]|reboot empty appchanel property failed:" +
+                     files[0] + "|reboot data common property failed:" + files[2]},
+            // The forced connection, over the file given ("-": none): the file, then the batch,
+            // which a failed write doesn't stop.
+            {force, "force -", forced + "\n[0 " + forced + "]"},
+            {force + ",persist.sys.911.shutdown=1 ", "force -", ""},
+            {force + ",ro.zelva.internet.whether.force.connect=11", "force -", ""},
+            {force + ",ro.zelva.internet.force.connect=0", "force -", ""},
+            {force, "force <socket>", "[0 " + forced + "]|Unable to write force_connect_" +
+                    "internet_prop_file_path open() failed: No such device or address"}};
     const sandbox::DeviceTree tree = sandbox::DeviceTree().Dir(kCust + "sim_switch/").Dir(kSsv);
     ExpectCases(tree, cases, android::base::VERBOSE, [&](sandbox::Context& ctx, size_t i) {
         const std::vector<std::string> what = android::base::Split(cases[i][1], " ");
-        const std::string force = kSsv + "force_connect_internet_prop_file";
         std::string result;
-        if (what[0] == "version") loadSpecialProperties(ctx.sink());
+        if (what[0] == "versions") loadSpecialProperties(ctx.sink());
         if (what[0] == "data") {
             Put(files[0], what[1]);
             Put(files[2], what[2]);
             loadDataSpecialProperties(ctx.sink());
         }
         if (what[0] == "force") {
-            Put(force, what.size() > 1 ? "/" : old);
+            Put(kSsv + "force_connect_internet_prop_file", what[1]);
             forceInternetConnection(ctx.sink());
-            android::base::ReadFileToString(force, &result);
+            android::base::ReadFileToString(kSsv + "force_connect_internet_prop_file", &result);
         }
-        for (size_t run = 1; what[0] == "reset" && run < what.size(); ++run) {
-            for (const std::string& path : files) {
-                Put(path, what[run] == "f" ? "a=1" : "-");
-                if (what[run] == "s") mknod(path.c_str(), S_IFSOCK | 0600, 0);
-            }
+        for (int run = 0; what[0] == "reset" && run < 2; ++run) {
+            for (const std::string& file : files) Put(file, what[1]);
             checkAndRestoreChannelInfo(ctx.sink());
-            for (const std::string& f : files) result += access(f.c_str(), F_OK) ? "0" : "1";
+            for (const std::string& file : files) result += access(file.c_str(), F_OK) ? "0" : "1";
         }
         return result;
     });
 }
 
 TEST(SpecialTest, MarketNameMatchesStorageClass) {
-    const std::string sda = "dev.mnt.blk.userdata=sda", size = std::to_string(256LL << 21);
     const std::string config = "/my_product/cust/EU/etc/devicename.cfg";
     const std::string name = "[0 ro.product.littletail_model= ro.product.littletail_type=t "
                              "ro.vendor.zelva.market.name=Zelva X]";
-    // properties, ROM ("-": no device name file), size file, then the batch and errors
-    Table cases = {{sda, "256G", size, ""}, {sda, "", size, ""}, {sda, "256", "many", ""},
-                   {sda, "300", std::to_string(300LL << 21), ""}, {"", "256", size, ""},
-                   {sda + ",ro.version.softwareconfidential=true", "256", size, ""},
-                   {sda + ",ro.version.softwareconfidential=TRUE", "256", size, name},
-                   {sda, "-", size, "|there is no config file: " + config}};
-    for (const auto& [rom, low, high] : std::vector<std::array<long long, 3>>{
+    // Properties, ROM ("-": no device name file), sectors of the user data device, then the
+    // batch and the errors. 536870912 sectors are 256 GiB.
+    Table cases = {{"ro.version.softwareconfidential=true", "256", "536870912", ""},
+                   {"ro.version.softwareconfidential=TRUE", "256", "536870912", name},
+                   {"", "-", "536870912", "|there is no config file: " + config}};
+    // Each class with the sizes just outside and at both edges of its range in GiB, the last
+    // sector of a GiB counting to it.
+    for (const auto& [rom, low, high] : std::vector<std::tuple<int, long long, long long>>{
                  {128, 79, 177}, {256, 207, 305}, {512, 413, 611}, {1024, 925, 1024}}) {
-        // Just outside and at both edges; the last sector of a GiB still counts to it.
-        for (const auto& [gib, more, sent] : std::vector<std::tuple<long long, int, bool>>{
-                     {low - 1, 2097151, false}, {low, 0, true}, {high, 2097151, true},
-                     {high + 1, 0, false}}) {
-            const std::string sectors = std::to_string((gib << 21) + more);
-            cases.push_back({sda, std::to_string(rom), sectors, sent ? name : ""});
+        const long long first = low << 21, end = (high + 1) << 21;  // sectors in the range
+        for (const long long sectors : {first - 1, first, end - 1, end}) {
+            const bool sent = sectors >= first && sectors < end;
+            cases.push_back({"", std::to_string(rom), std::to_string(sectors), sent ? name : ""});
         }
     }
-    sandbox::DeviceTree tree;
-    tree.File("/my_region/build.prop", "ro.zelva.pipeline.region=EU").Dir("/sys/block/sda/")
-            .Dir("/my_product/cust/EU/etc/");
+    const sandbox::DeviceTree tree = sandbox::DeviceTree().File(config, "").Dir("/sys/block/sda/")
+            .File("/my_region/build.prop", "ro.zelva.pipeline.region=EU");
     ExpectCases(tree, cases, android::base::ERROR, [&](sandbox::Context& ctx, size_t i) {
-        const std::string rom = cases[i][1];
-        Put(config, rom == "-" ? "-" : "ROM=" + rom + "\nmarket=Zelva X\ntype=t");
+        hostplatform::SetProperty("dev.mnt.blk.userdata", "sda");
+        Put(config, cases[i][1] == "-" ? "-" : "ROM=" + cases[i][1] + "\nmarket=Zelva X\ntype=t");
         Put("/sys/block/sda/size", cases[i][2]);
         updateMarketName(ctx.sink());
         return "";
