@@ -9,7 +9,7 @@ namespace {
 using namespace android::init;
 const std::string kCust = "/data/system/customize/", kSsv = "/mnt/vendor/zelvareserve/system/ssv/";
 
-TEST(SpecialTest, VersionsChannelResetForcedConnectionAndDataFiles) {
+TEST(DerivedTest, VersionsChannelResetForcedConnectionAndDataFiles) {
     // The files that the channel reset deletes; the last two only when they can be opened.
     const std::vector<std::string> files = {kCust + "empty_appchannel_prop_file.prop",
             kSsv + "sim_switch_common_prop_file", kCust + "data_common_prop_file.prop",
@@ -86,7 +86,7 @@ TEST(SpecialTest, VersionsChannelResetForcedConnectionAndDataFiles) {
     });
 }
 
-TEST(SpecialTest, MarketNameMatchesStorageClass) {
+TEST(DerivedTest, MarketNameMatchesStorageClass) {
     const std::string config = "/my_product/cust/EU/etc/devicename.cfg";
     const std::string name = "[0 ro.product.littletail_model= ro.product.littletail_type=t "
                              "ro.vendor.zelva.market.name=Zelva X]";
