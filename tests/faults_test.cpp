@@ -117,6 +117,7 @@ TEST(FaultsTest, SpecialFilesInPlaceOfFiles) {
                 if (size_too && path.find("devicename") != std::string::npos) continue;
                 EXPECT_TRUE(o.HasLogContaining(path)) << path;
             }
+            EXPECT_TRUE(o.HasLogContaining("Unable to write logo copy info file"));
         }
     }
 }

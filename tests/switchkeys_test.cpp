@@ -11,6 +11,7 @@ using namespace android::init;
 TEST(SwitchKeysTest, MapLookupsOldNvFlagFirstKeyAndDirectories) {
     const std::string config = "/mnt/vendor/zelvareserve/radio/exp_operator_switch.config";
     const std::string platform = "/dev/block/platform/bootdevice/by-name/reserve_exp1";
+    const std::string ssv = "/mnt/vendor/zelvareserve/system/ssv/sim_action_file";
     const std::string empty = "|Couldn't file" + config, failed = "|read nv_flag failed :";
     const std::string refused = "|map file load failed:/my_product/etc/custom_map.prop";
     const std::string others = "persist.sys.channel.info=CH,ro.zelva.image.my_company.type=CO";
@@ -29,6 +30,9 @@ TEST(SwitchKeysTest, MapLookupsOldNvFlagFirstKeyAndDirectories) {
             {"", "nv", "", "abc", "xabc|K3" + empty}, {"", "nv", "ABCDEFGHI", "a", "xABCDEFGH|K8"},
             {"", "nv", "", "-", "x|x" + empty + failed + platform + failed +
                                         "/dev/block/bootdevice/by-name/reserve_exp1"},
+            // The old SSV key as the reserve file holds it; unreadable or absent: kept.
+            {"", "ssv", "OLD\n", "", "OLD\n"}, {"", "ssv", "-", "", "x"},
+            {"", "ssv", "<socket>", "", "x|read old ssv failed :" + ssv},
             // The first key from an NV flag and an SSV key: what nvmap.prop gives the first of
             // the carrier, the flag, the SSV key, the channel and the company type that it
             // names; never over a key already there ("set").
@@ -48,7 +52,8 @@ TEST(SwitchKeysTest, MapLookupsOldNvFlagFirstKeyAndDirectories) {
             .File("/my_company/etc/custom_map.prop", "b=V\na=V\nc=W\n")
             .Symlink("/my_product/etc/custom_map.prop", "/my_company/etc/custom_map.prop")
             .File("/my_product/etc/flags.prop", "abc=K3\nABCDEFGH=K8\n").File("/file", "x")
-            .Dir("/mnt/vendor/zelvareserve/radio/").Dir("/dev/block/platform/bootdevice/by-name");
+            .Dir("/mnt/vendor/zelvareserve/radio/").Dir("/mnt/vendor/zelvareserve/system/ssv")
+            .Dir("/dev/block/platform/bootdevice/by-name");
     ExpectCases(tree, cases, android::base::VERBOSE, [&](sandbox::Context&, size_t i) {
         const std::string &what = cases[i][1], &a = cases[i][2], &b = cases[i][3];
         std::string result = what == "first" ? "" : "x", key = "x";
@@ -60,6 +65,10 @@ TEST(SwitchKeysTest, MapLookupsOldNvFlagFirstKeyAndDirectories) {
         if (what == "mkdir") result = std::to_string(createDirectory(a));
         if (struct stat s; what == "mkdir" && !stat(a.c_str(), &s))
             result += ' ' + std::to_string(s.st_mode & 0777);
+        if (what == "ssv") {
+            Put(ssv, a);
+            read_old_ssv_key(&result);
+        }
         if (what == "nv") {
             Put(config, a);
             Put(platform, b);

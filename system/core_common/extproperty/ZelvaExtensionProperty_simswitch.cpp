@@ -63,6 +63,12 @@ bool CopyBytes(int source, int target, off_t size) {
     return WriteStringToFd(content, target);
 }
 
+// A copy that could not be carried out; the detail was logged just before.
+bool CopyFailed() {
+    LOG(ERROR) << "Unable to write logo copy info file";
+    return false;
+}
+
 // Copies |source| over the start of the logo partition; false when the copy
 // was refused or failed (already logged).
 bool CopyLogo(const std::string& source) {
@@ -71,33 +77,30 @@ bool CopyLogo(const std::string& source) {
             TEMP_FAILURE_RETRY(open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)));
     if (in == -1) {
         PLOG(ERROR) << "Unable to open logo resource " << source;
-        return false;
+        return CopyFailed();
     }
     android::base::unique_fd out(
             TEMP_FAILURE_RETRY(open(kLogoTarget, O_WRONLY | O_CLOEXEC | O_NONBLOCK)));
     if (out == -1) {
         PLOG(ERROR) << "Unable to open the target Partition " << kLogoTarget;
-        return false;
+        return CopyFailed();
     }
     const off_t source_size = MeasureSize(in.get());
     if (source_size == -1) {
         PLOG(ERROR) << "Unable to measure logo resource " << source;
-        return false;
+        return CopyFailed();
     }
     // Without the partition's size nothing can be copied safely.
     const off_t target_size = MeasureSize(out.get());
     if (target_size == -1) {
         PLOG(ERROR) << "Unable to measure the target Partition " << kLogoTarget;
-        return false;
+        return CopyFailed();
     }
     if (target_size < source_size) {
         LOG(INFO) << "Logo resource is too large";
         return false;
     }
-    if (!CopyBytes(in.get(), out.get(), source_size)) {
-        LOG(ERROR) << "Unable to write logo copy info file";
-        return false;
-    }
+    if (!CopyBytes(in.get(), out.get(), source_size)) return CopyFailed();
     return true;
 }
 

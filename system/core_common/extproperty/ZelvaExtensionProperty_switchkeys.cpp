@@ -75,6 +75,7 @@ void load_old_nv_key(std::string* nvFlag, std::string* nvKey) {
     for (const char* path : kOldNvFlagSources) {
         if (!ReadFileToStringNoFollow(path, &content)) {
             LOG(ERROR) << "read nv_flag failed :" << path;
+            content.clear();  // a read that broke off gives no flag
             continue;
         }
         if (content.empty()) {
@@ -91,9 +92,12 @@ void load_old_nv_key(std::string* nvFlag, std::string* nvKey) {
 
 void read_old_ssv_key(std::string* ssvKey) {
     if (access(kReserveSimActionFile, F_OK) != 0) return;
-    if (!ReadFileToStringNoFollow(kReserveSimActionFile, ssvKey)) {
+    std::string content;
+    if (!ReadFileToStringNoFollow(kReserveSimActionFile, &content)) {
         LOG(ERROR) << "read old ssv failed :" << kReserveSimActionFile;
+        return;  // the key stays as it was
     }
+    *ssvKey = std::move(content);
 }
 
 void load_convert_first_key(std::string* firstKey, std::string nvFlag, std::string ssvKey) {
