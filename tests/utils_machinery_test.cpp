@@ -158,6 +158,7 @@ TEST_F(UtilsTest, FileHelpers) {
                 ElementsAre(false, true, true, true, false));
     Check({{Text(WriteFile(dir_ + "/fresh", "one=1\n")), ""}, {Text(WriteFile(four, "n\n")), ""},
            {Text(WriteFile(link, "x")), "!open() failed: Too many levels of symbolic links"},
+           {Text(WriteFile("/dev/null", "x")), ""},  // a device is written as it stands
            {state(dir_ + "/fresh"), "600 one=1\n"},
            {state(four), "666 n\n"},  // truncated; an existing file keeps its mode
            {state(dir_ + "/o"), "666 "}, {read(dir_ + "/target"), "through\n"}});

@@ -289,10 +289,16 @@ Result<void> WriteFile(const std::string& path, const std::string& content) {
     }
     if (fd == -1) return ErrnoError() << "open() failed";
 
+    // A device or pipe in place of the file has no space to reserve and no
+    // length to cut: it is written to as it stands.
+    struct stat st;
+    const bool regular = fstat(fd.get(), &st) == 0 && S_ISREG(st.st_mode);
     // Space first, so that a full partition fails before anything changes.
-    const bool reserved = content.empty() || fallocate(fd.get(), 0, 0, content.size()) == 0 ||
+    const bool reserved = !regular || content.empty() ||
+                          fallocate(fd.get(), 0, 0, content.size()) == 0 ||
                           errno == EOPNOTSUPP || errno == ENOSYS;
-    if (!reserved || !::WriteStringToFd(content, fd) || ftruncate(fd.get(), content.size()) != 0) {
+    if (!reserved || !::WriteStringToFd(content, fd) ||
+        (regular && ftruncate(fd.get(), content.size()) != 0)) {
         const int saved_errno = errno;
         if (created) unlink(path.c_str());
         return Error(saved_errno) << "Unable to write file contents";
