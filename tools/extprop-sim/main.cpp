@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "commands.h"
+#include "printable.h"
 
 namespace {
 
@@ -78,7 +79,7 @@ int main(int argc, char** argv) {
 namespace extprop_sim {
 
 int Fail(const std::string& message) {
-    fprintf(stderr, "extprop-sim: %s\n", message.c_str());
+    fprintf(stderr, "extprop-sim: %s\n", Printable(message).c_str());
     return kExitError;
 }
 
