@@ -44,8 +44,9 @@ std::vector<BatchEffects> ReplayBatches(const BootConfig& config, const BootResu
             if (step.kind == Step::Kind::kSetProp) Apply(&store, step.args[0], step.args[1]);
         }
         BatchEffects& batch_effects = effects.emplace_back();
+        batch_effects.reserve(batch.props.size());
         for (const auto& [name, value] : batch.props) {
-            batch_effects[name] = Apply(&store, name, value);
+            batch_effects.push_back(Apply(&store, name, value));
         }
     }
     return effects;

@@ -1,10 +1,16 @@
 #include "printable.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace extprop_sim {
 
 std::string Printable(const std::string& text) {
+    const bool plain = std::none_of(text.begin(), text.end(), [](char c) {
+        const unsigned char byte = c;
+        return byte < 0x20 || byte == 0x7F || byte == 0xC2;
+    });
+    if (plain) return text;
     std::string out;
     out.reserve(text.size());
     auto hex = [&out](unsigned char c) {

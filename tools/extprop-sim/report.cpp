@@ -19,8 +19,9 @@ std::string BatchText(const sandbox::Batch& batch, const BatchEffects& effects,
                       const PropertyMap& final_store) {
     size_t counts[5] = {};
     std::string lines;
+    size_t entry = 0;
     for (const auto& [name, value] : batch.props) {
-        const Effect& effect = effects.at(name);
+        const Effect& effect = effects[entry++];
         ++counts[effect.what];
         static constexpr char kMarks[] = "+~=-!";
         lines += std::string(" ") + kMarks[effect.what] + " " + Printable(name) + "=" + Printable(value);
@@ -44,8 +45,9 @@ std::string BatchText(const sandbox::Batch& batch, const BatchEffects& effects,
 
 std::string JsonNames(const PropertyMap& props, const BatchEffects& effects) {
     std::vector<std::string> names;
+    size_t entry = 0;
     for (const auto& [name, value] : props) {
-        const Effect::What what = effects.at(name).what;
+        const Effect::What what = effects[entry++].what;
         if (what == Effect::kNew || what == Effect::kChanged || what == Effect::kCleared) {
             names.push_back(JsonString(name));
         }
