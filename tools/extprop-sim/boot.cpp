@@ -384,6 +384,7 @@ BootResult RunBoot(const BootConfig& config) {
 
     const std::vector<Step>& steps = config.steps;
     result.outcome = sandbox::Run(*root, options, [&](sandbox::Context& ctx) {
+        if (config.before_steps) config.before_steps(ctx);
         ctx.SetStep("factory");
         IInitExtensionProperty* object = factory(kLibraryName);
         for (size_t i = 0; i < steps.size(); ++i) {

@@ -21,14 +21,10 @@
 #include "commands.h"
 #include "file_history.h"
 #include "printable.h"
-#include "tree_path.h"
 #include "utils.h"
 
 namespace extprop_sim {
 namespace {
-
-constexpr char kLoadedPrefix[] = "(Loading properties from ";
-constexpr char kLoadedSuffix[] = " took ";
 
 // One file that set the property while the parser loaded it.
 struct Definition {
@@ -38,15 +34,6 @@ struct Definition {
     std::string value;
     std::vector<std::string> overridden;
 };
-
-// The content of |file| (a device path) when step |step| loaded it.
-std::optional<std::string> ContentAt(const sandbox::Outcome& outcome, const std::string& tree,
-                                     const std::string& file, const std::string& step) {
-    // Links on the way resolve inside the tree, never on this machine.
-    const std::string host = HostPath(tree, file, false);
-    if (host.empty()) return std::nullopt;
-    return FileHistory::ContentAt(outcome, host.substr(tree.size()), StepIndex(step));
-}
 
 // The value |content| gives |name| by the library's parser, imports aside.
 std::optional<std::string> OwnValue(const std::string& content, const std::string& name) {
@@ -63,9 +50,10 @@ std::optional<std::string> OwnValue(const std::string& content, const std::strin
 
 // The files that set |name| when the parser loaded them, in the order it
 // finished them.
-std::vector<Definition> LoadedDefinitions(const sandbox::Outcome& outcome, const std::string& tree,
+std::vector<Definition> LoadedDefinitions(const sandbox::Outcome& outcome,
                                           const std::string& name) {
     std::vector<Definition> definitions;
+    size_t load = 0;
     for (size_t i = 0; i < outcome.logs.size(); ++i) {
         const sandbox::LogRecord& record = outcome.logs[i];
         const std::string& message = record.message;
@@ -75,7 +63,7 @@ std::vector<Definition> LoadedDefinitions(const sandbox::Outcome& outcome, const
             continue;
         }
         const std::string file = message.substr(begin, took - begin);
-        const auto content = ContentAt(outcome, tree, file, record.step);
+        const auto content = LoadedFiles::Content(outcome, load++);
         if (auto value = content ? OwnValue(*content, name) : std::nullopt) {
             definitions.push_back({i, record.step, file, *value, {}});
         }
@@ -143,15 +131,21 @@ int ExplainCommand(const Args& args) {
     BootConfig config;
     if (!MakeBootConfig(options, &config, &error)) return Fail(error);
     config.verbose = true;  // the parser's "Loading properties" records
-    FileHistory history(name);
-    config.after_step = [&history](sandbox::Context& ctx, size_t step) {
-        history.CaptureAfterStep(ctx, step);
+    LoadedFiles loaded(name);
+    config.echo_logs = true;  // into the memory file of |loaded|, in the device
+    config.before_steps = [&loaded](sandbox::Context& ctx) {
+        if (!loaded.Start()) ctx.Note("loaded files", strerror(errno));
     };
+    config.after_step = [&loaded](sandbox::Context& ctx, size_t) { loaded.CaptureAfterStep(ctx); };
     BootResult result;
     if (!BootQuietly(config, &result, &error)) return Fail(error);
     android::base::SetMinimumLogSeverity(android::base::ERROR);  // our own reads stay quiet
     const sandbox::Outcome& outcome = result.outcome;
-    std::vector<Definition> definitions = LoadedDefinitions(outcome, config.tree, name);
+    if (auto failed = outcome.notes.find("loaded files"); failed != outcome.notes.end()) {
+        fprintf(stderr, "extprop-sim: the files the boot loaded can't be read back (%s)\n",
+                failed->second.c_str());
+    }
+    std::vector<Definition> definitions = LoadedDefinitions(outcome, name);
     AttributeOverrides(outcome, name, &definitions);
 
     std::string out = Printable(name) + " through the boot of " + Printable(config.tree) + "\n";
