@@ -24,7 +24,6 @@ namespace zelva_test {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -225,20 +224,6 @@ TEST_F(SimulatorBoundaryTest, OptionFilesMayBeLinksFifosOrStdin) {
     writer.join();
     EXPECT_EQ(Sim({"parse", "link.prop"}).out, "a=1\n");
     EXPECT_EQ(Sim({"parse", "/dev/stdin"}, scratch_ + "/real.prop").out, "a=1\n");
-}
-
-TEST_F(SimulatorBoundaryTest, BootTakesPropsAndScriptThroughLinksAndStdin) {
-    REQUIRE_SANDBOX();
-    LayOut(sandbox::DeviceTree().Dir("/data"));
-    ASSERT_TRUE(android::base::WriteStringToFile("seeded.one=1\n", scratch_ + "/seed.props"));
-    ASSERT_TRUE(android::base::WriteStringToFile("setprop scripted.two 2\n",
-                                                 scratch_ + "/steps.script"));
-    ASSERT_EQ(symlink("steps.script", (scratch_ + "/link.script").c_str()), 0);
-    const SimRun run = Sim({"boot", "--root", "tree", "--props", "/dev/stdin", "--script",
-                            "link.script"},
-                           scratch_ + "/seed.props");
-    EXPECT_EQ(run.exit_code, 0) << testing::PrintToString(run);
-    EXPECT_THAT(Lines(run.out), AllOf(Contains("seeded.one=1"), Contains("scripted.two=2")));
 }
 
 TEST_F(SimulatorBoundaryTest, OptionFilesBeyondSixteenMebibytesAreOneLineErrors) {
