@@ -127,8 +127,7 @@ class SimulatorBoundaryTest : public testing::Test {
         run.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
         android::base::ReadFileToString(out.path, &run.out);
         android::base::ReadFileToString(err.path, &run.err);
-        EXPECT_THAT(run.out + run.err, Not(HasSubstr(kSentinel)))
-                << android::base::Join(args, " ");
+        EXPECT_THAT(run.out + run.err, Not(HasSubstr(kSentinel))) << android::base::Join(args, " ");
         return run;
     }
 
@@ -138,10 +137,10 @@ class SimulatorBoundaryTest : public testing::Test {
     std::map<std::string, HostFile> before_;
 };
 
-#define REQUIRE_SANDBOX()                                              \
-    do {                                                               \
-        std::string why;                                               \
-        SKIP_WITHOUT_SANDBOX(SandboxAvailable(&why) ? "" : why);       \
+#define REQUIRE_SANDBOX()                                        \
+    do {                                                         \
+        std::string why;                                         \
+        SKIP_WITHOUT_SANDBOX(SandboxAvailable(&why) ? "" : why); \
     } while (0)
 
 // --- parse: imports name device paths ---
@@ -159,10 +158,10 @@ TEST_F(SimulatorBoundaryTest, ParseWithoutRootReportsAnImportAsNotFollowed) {
 
 TEST_F(SimulatorBoundaryTest, ParseWithRootFollowsImportsInsideTheDeviceRootOnly) {
     REQUIRE_SANDBOX();
+    const std::string imports = "a=1\nimport /my_region/etc/locale.prop\nimport " + host_ +
+                                "/secret.prop\nimport /etc/build.EU.prop\n";
     LayOut(sandbox::DeviceTree()
-                   .File("/my_region/build.prop", "a=1\nimport /my_region/etc/locale.prop\n"
-                                                  "import " + host_ + "/secret.prop\n"
-                                                  "import /etc/build.EU.prop\n")
+                   .File("/my_region/build.prop", imports)
                    .File("/my_region/etc/locale.prop", "b=2\n")
                    .Symlink("/etc", host_ + "/etc"));
     const SimRun run = Sim({"parse", "tree/my_region/build.prop", "--root", "tree"});
@@ -215,12 +214,11 @@ TEST_F(SimulatorBoundaryTest, OptionFilesMayBeLinksFifosOrStdin) {
     ASSERT_TRUE(android::base::WriteStringToFile("a=1\n", scratch_ + "/real.prop"));
     ASSERT_EQ(symlink((scratch_ + "/real.prop").c_str(), (scratch_ + "/link.prop").c_str()), 0);
     ASSERT_EQ(mkfifo((scratch_ + "/fifo.prop").c_str(), 0600), 0);
-    std::thread writer([&] {
-        android::base::WriteStringToFile("f=2\n", scratch_ + "/fifo.prop");
-    });
+    std::thread writer([&] { android::base::WriteStringToFile("f=2\n", scratch_ + "/fifo.prop"); });
     EXPECT_EQ(Sim({"parse", "fifo.prop"}).out, "f=2\n");
     // Should the read have failed, a reader lets the writer finish.
-    android::base::unique_fd unblock(open((scratch_ + "/fifo.prop").c_str(), O_RDONLY | O_NONBLOCK));
+    android::base::unique_fd unblock(
+            open((scratch_ + "/fifo.prop").c_str(), O_RDONLY | O_NONBLOCK));
     writer.join();
     EXPECT_EQ(Sim({"parse", "link.prop"}).out, "a=1\n");
     EXPECT_EQ(Sim({"parse", "/dev/stdin"}, scratch_ + "/real.prop").out, "a=1\n");
@@ -242,12 +240,13 @@ TEST_F(SimulatorBoundaryTest, OptionFilesBeyondSixteenMebibytesAreOneLineErrors)
 TEST_F(SimulatorBoundaryTest, AFifoNobodyWritesToTimesOut) {
     ASSERT_EQ(mkfifo((scratch_ + "/silent.props").c_str(), 0600), 0);
     const auto start = std::chrono::steady_clock::now();
-    const SimRun run = Sim({"boot", "--root", ExamplesDir() + "/alder-eu", "--props",
-                            "silent.props"});
+    const SimRun run =
+            Sim({"boot", "--root", ExamplesDir() + "/alder-eu", "--props", "silent.props"});
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
     EXPECT_EQ(run.exit_code, 2);
-    EXPECT_EQ(run.err, "extprop-sim: cannot read silent.props: nothing written to it for 5 s (a "
-                       "FIFO with no writer?)\n");
+    EXPECT_EQ(run.err,
+              "extprop-sim: cannot read silent.props: nothing written to it for 5 s (a "
+              "FIFO with no writer?)\n");
 }
 
 // --- text output: the tree's bytes escaped ---
@@ -282,7 +281,8 @@ TEST_F(SimulatorBoundaryTest, ParseAndBootEscapeControlBytesAndJsonStaysExact) {
         EXPECT_EQ(output.find_first_of(std::string("\x1b\r\x7f", 3)), std::string::npos);
     }
     const SimRun json = Sim({"boot", "--root", "tree", "--json"});
-    EXPECT_THAT(json.out, HasSubstr(R"("persist.x": "\u001b[2J\u000dforged\u007f)" "\xc2\x9b\""));
+    EXPECT_THAT(json.out, HasSubstr(R"("persist.x": "\u001b[2J\u000dforged\u007f)"
+                                    "\xc2\x9b\""));
 }
 
 }  // namespace

@@ -35,15 +35,15 @@ int BootCommand(const Args& args) {
     if (!json) {
         for (const sandbox::LogRecord& record : result.outcome.logs) {
             fprintf(stderr, "%c %s:%u] %s\n", SeverityLetter(record.severity),
-                    Printable(record.file).c_str(), record.line,
-                    Printable(record.message).c_str());
+                    Printable(record.file).c_str(), record.line, Printable(record.message).c_str());
         }
     }
     if (!result.error.empty()) return Fail(result.error);
     const std::string report =
             json ? BootReportJson(config, result) : BootReportText(config, result);
     fwrite(report.data(), 1, report.size(), stdout);
-    if (keep_root) fprintf(stderr, "extprop-sim: device root kept at %s\n", Printable(result.root).c_str());
+    if (keep_root)
+        fprintf(stderr, "extprop-sim: device root kept at %s\n", Printable(result.root).c_str());
     return kExitOk;
 }
 

@@ -39,8 +39,8 @@ std::string DevicePath(const std::string& file, const std::string& root) {
     namespace fs = std::filesystem;
     std::error_code ec;
     const fs::path path = fs::absolute(file, ec).lexically_normal();
-    for (const fs::path& base : {fs::absolute(root, ec).lexically_normal(),
-                                 fs::weakly_canonical(root, ec)}) {
+    for (const fs::path& base :
+         {fs::absolute(root, ec).lexically_normal(), fs::weakly_canonical(root, ec)}) {
         const fs::path below = path.lexically_relative(base);
         if (!below.empty() && *below.begin() != "..") return "/" + below.string();
     }
@@ -72,8 +72,7 @@ int ParseInDeviceRoot(const ParseRequest& request) {
     options.capture_tree = false;
     options.min_severity = request.verbose ? android::base::VERBOSE : android::base::INFO;
     const sandbox::Outcome outcome = sandbox::Run(
-            sandbox::DeviceTree().CopyFrom(request.root), options,
-            [&](sandbox::Context& device) {
+            sandbox::DeviceTree().CopyFrom(request.root), options, [&](sandbox::Context& device) {
                 struct stat file_st;
                 if (stat(path.c_str(), &file_st) == 0 && S_ISREG(file_st.st_mode) &&
                     static_cast<uintmax_t>(file_st.st_size) > kOptionFileLimit) {
@@ -119,8 +118,9 @@ int ParseAlone(const ParseRequest& request) {
             it = android::base::StartsWith(it->first, "import ") ? props.erase(it) : std::next(it);
         }
         for (const Import& import : ImportLines(*content)) {
-            fprintf(stderr, "extprop-sim: %s: import '%s' not followed: imports are device paths, "
-                            "give the device tree with --root DIR\n",
+            fprintf(stderr,
+                    "extprop-sim: %s: import '%s' not followed: imports are device paths, "
+                    "give the device tree with --root DIR\n",
                     Printable(request.file).c_str(), Printable(import.name).c_str());
         }
     }

@@ -24,7 +24,8 @@ std::string BatchText(const sandbox::Batch& batch, const BatchEffects& effects,
         const Effect& effect = effects[entry++];
         ++counts[effect.what];
         static constexpr char kMarks[] = "+~=-!";
-        lines += std::string(" ") + kMarks[effect.what] + " " + Printable(name) + "=" + Printable(value);
+        lines += std::string(" ") + kMarks[effect.what] + " " + Printable(name) + "=" +
+                 Printable(value);
         if (effect.what == Effect::kChanged || effect.what == Effect::kCleared) {
             lines += "  (was " + Printable(effect.before) + ")";
         }
@@ -32,8 +33,9 @@ std::string BatchText(const sandbox::Batch& batch, const BatchEffects& effects,
         auto final_value = final_store.find(name);
         const std::string left = effect.what == Effect::kRefused ? effect.before : value;
         if (final_value == final_store.end() ? !left.empty() : final_value->second != left) {
-            lines += final_value == final_store.end() ? "  (final: unset)"
-                                                      : "  (final: " + Printable(final_value->second) + ")";
+            lines += final_value == final_store.end()
+                             ? "  (final: unset)"
+                             : "  (final: " + Printable(final_value->second) + ")";
         }
         lines += "\n";
     }
