@@ -13,6 +13,7 @@
 #include <android-base/unique_fd.h>
 
 #include "ZelvaExtensionProperty.h"
+#include "extension_paths.h"
 #include "system_properties.h"
 #include "utils.h"
 
@@ -27,9 +28,6 @@ constexpr char kOverrideSwitchTrigger[] = "propertiesOverrideSwitch";
 constexpr char kLogoTriggerPrefix[] = "triggerLogoCopy";
 constexpr char kLogoBootTrigger[] = "triggerLogoCopyFromCompanyBoot";
 constexpr char kLogoCompanyTrigger[] = "triggerLogoCopyFromCompany";
-constexpr char kLogoTarget[] = "/dev/block/by-name/splash_odm";
-constexpr char kLogoImage[] = "/my_company/media/logo/logo.img";
-constexpr char kLogoBinary[] = "/my_company/media/logo/logo.bin";
 constexpr char kCompanyDateUtcProperty[] = "ro.zelva.image.my_company.date.utc";
 constexpr char kLogoDateProperty[] = "persist.record.my_company.date.forlogo";
 
