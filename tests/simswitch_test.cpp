@@ -1,92 +1,292 @@
-// The override entries of slots 7 (COTA), 8 (nightjar), 9 and 10 (SIM switch), the boot
-// logo copy and the media path bind (slot 3).
+// The media path bind (slot 3), the override entries of slots 7 (COTA), 8 (nightjar), 9 and
+// 10 (SIM switch) and the boot logo copy that slot 10 triggers.
 
-#include <sys/mount.h>
+#include <gmock/gmock.h>
 
-#include "cota_test_support.h"
+#include "switch_test_support.h"
 
 namespace zelva_test {
 namespace {
 
-// Each case makes one call on its own device: a path (slot 3 with that target), "7", "8", "9"
-// or a trigger of slot 10. Its state lists file contents ("-": missing) and properties after.
-TEST(SimSwitchTest, OverrideSlotsMediaPathTriggersAndLogoCopy) {
-    const std::string tree =
-            "/my_carrier/properties/vf/SimSwitchFirstTime/a.prop=sim.first=1 /dev/block/by-name/ "
-            "/my_carrier/properties/vfc/SimSwitchCurrentTime/a.prop=sim.current=1 /system/media/ "
-            "/my_region/properties/DE/regionSwitch/r.prop=region.de=1 /my_extra/inner=x "
-            "/my_carrier/etc/build.vdf-eu.prop=ssv.opt=1 /my_carrier/etc/build.old.prop=ssv.old=1 "
-            "/mnt/c/properties/vf/SimSwitchFirstTime/c.prop=cota.first=1 /my_product/media/sub/ "
-            "/my_carrier/build.prop=carrier.prop=1 /mnt/c/build.prop=ro.zelva.image.my_bigball."
-            "version_name=V-1 ";
-    const std::string src = "ro.sys.custommedia.sourcepath=", mine = src + "/my_product/media";
-    const std::string ok = "sys.mount.mediapath.success=", inner = " /system/media/sub/inner=";
-    const std::string vf = "sys.sim.switch.first=vf ", cota = vf + "sys.cota.load.properties=";
-    const std::string dated = "ro.zelva.image.my_company.date.utc=17 ", path = "triggerLogoCopy/";
-    const std::string img = "/my_company/media/logo/logo.img=IMG ", none = "No logo resource found";
-    const std::string bin = "/my_company/media/logo/logo.bin=BIN ", special = " " + kSpecial;
-    const std::string splash = "/dev/block/by-name/splash_odm=", blank = splash + "........";
-    const std::string record = " persist.record.my_company.date.forlogo=", logo = img + bin + blank;
-    const std::string company = "triggerLogoCopyFromCompany", boot = company + "Boot";
-    struct Case {  // info: the one INFO line expected, if any
-        std::string call, props, files = {}, sent = {}, info = {}, state = {};
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr char kMediaResult[] = "sys.mount.mediapath.success";
+
+std::vector<LogRecord> InfoRecords(const sandbox::Outcome& o) {
+    return LogRecords(o, {.min_severity = android::base::INFO});
+}
+
+// Slot 3 onto |target| with the media source |source|, which holds a directory with a mount of
+// its own below it: only a recursive bind carries that one along.
+sandbox::Outcome BindMediaPath(const std::string& source, const char* target) {
+    const sandbox::DeviceTree tree = sandbox::DeviceTree()
+                                             .Dir("/my_product/media/sub")
+                                             .File("/my_extra/inner", "x")
+                                             .Dir("/system/media");
+    return RunDevice(tree, {{"ro.sys.custommedia.sourcepath", source}}, [=](sandbox::Context&) {
+        mount("/my_extra", "/my_product/media/sub", nullptr, MS_BIND, nullptr);
+        Impl()->bindCustomizeMediaPath(target);
+    });
+}
+
+TEST(MediaPathTest, SourceIsBoundRecursivelyAndTheResultRecorded) {
+    sandbox::Outcome o = BindMediaPath("/my_product/media", "/system/media");
+    ASSERT_DEVICE_RAN(o);
+    EXPECT_EQ(o.FileContent("/system/media/sub/inner"), "x");
+    EXPECT_EQ(o.properties[kMediaResult], "0");
+    EXPECT_THAT(InfoRecords(o), ElementsAre(Info("Mount ringtones result :0")));
+}
+
+TEST(MediaPathTest, FailedBindIsRecordedAsMinusOne) {
+    sandbox::Outcome o = BindMediaPath("/my_product/media", "/no/such/dir");
+    ASSERT_DEVICE_RAN(o);
+    EXPECT_EQ(o.properties[kMediaResult], "-1");
+    EXPECT_THAT(InfoRecords(o), ElementsAre(Info("Mount ringtones result :-1")));
+}
+
+TEST(MediaPathTest, SourceOutsideTheCustomizationImagesIsIgnored) {
+    sandbox::Outcome o = BindMediaPath("/system/media", "/system/media");
+    ASSERT_DEVICE_RAN(o);
+    EXPECT_FALSE(o.Exists("/system/media/sub"));
+    EXPECT_EQ(o.properties.count(kMediaResult), 0u);
+    EXPECT_THAT(InfoRecords(o), IsEmpty());
+}
+
+// Runs |fn| on a device holding |tree| and |props| beside the seed of the special properties.
+sandbox::Outcome Call(const sandbox::DeviceTree& tree, const PropertyMap& props,
+                      const std::function<void(sandbox::Sink)>& fn) {
+    return RunDevice(tree, With(kSpecialSeed, props), [&](sandbox::Context& ctx) {
+        fn(ctx.sink());
+    });
+}
+
+void Nightjar(sandbox::Sink sink) { Impl()->loadNightjarOverrideProperties(sink); }
+
+TEST(NightjarTest, SendsTheCompanyBuildPropertiesThenTheSpecialOnes) {
+    sandbox::Outcome o = Call(
+            sandbox::DeviceTree().File("/my_company/etc/build.prop", "ro.nightjar=1\n"), {},
+            Nightjar);
+    ASSERT_DEVICE_RAN(o);
+    EXPECT_THAT(SentBatches(o), ElementsAre(Ordinary({{"ro.nightjar", "1"}}), kSpecialBatch));
+}
+
+TEST(NightjarTest, UnreadableCompanyPropertiesSendAnEmptyBatch) {
+    sandbox::Outcome o = Call(sandbox::DeviceTree(), {}, Nightjar);
+    ASSERT_DEVICE_RAN(o);
+    EXPECT_THAT(SentBatches(o), ElementsAre(Ordinary({}), kSpecialBatch));
+    EXPECT_THAT(InfoRecords(o),
+                ElementsAre(Info("can not read prop from :/my_company/etc/build.prop")));
+}
+
+// Property sets of each switch key, in the carrier image and in a COTA directory /mnt/c.
+sandbox::DeviceTree SwitchSets() {
+    return sandbox::DeviceTree()
+            .File("/my_carrier/properties/vf/SimSwitchFirstTime/a.prop", "sim.first=1\n")
+            .File("/my_carrier/properties/vfc/SimSwitchCurrentTime/a.prop", "sim.current=1\n")
+            .File("/my_region/properties/DE/regionSwitch/r.prop", "region.de=1\n")
+            .File("/my_carrier/etc/build.vdf-eu.prop", "ssv.opt=1\n")
+            .File("/my_carrier/etc/build.old.prop", "ssv.old=1\n")
+            .File("/mnt/c/properties/vf/SimSwitchFirstTime/c.prop", "cota.first=1\n")
+            .File("/mnt/c/build.prop", "ro.zelva.image.my_bigball.version_name=V-1\n")
+            .File("/my_carrier/build.prop", "carrier.prop=1\n");
+}
+
+void SimSwitch(sandbox::Sink sink) { Impl()->loadSimSwitchOverrideProperties(sink); }
+
+TEST(SimSwitchSlotTest, SwitchPropertiesSelectTheSetsOfTheirKeys) {
+    sandbox::Outcome o = Call(SwitchSets(),
+                              {{"sys.sim.switch.first", "vf"},
+                               {"sys.sim.switch.current", "vfc"},
+                               {"sys.region.switch.first", "DE"}},
+                              SimSwitch);
+    ASSERT_DEVICE_RAN(o);
+    EXPECT_THAT(SentBatches(o),
+                ElementsAre(Ordinary({{"sim.first", "1"}, {"sim.current", "1"}, {"region.de", "1"}}),
+                            kSpecialBatch));
+}
+
+TEST(SimSwitchSlotTest, OperatorPairReplacesTheOldSsvKeyHeld) {
+    sandbox::Outcome o = Call(SwitchSets(),
+                              {{"persist.sys.zelva.operator.opta", "VDF"},
+                               {"persist.sys.zelva.operator.optb", "EU"}},
+                              [](sandbox::Sink sink) {
+                                  Impl()->ssvOldKey = "old";
+                                  SimSwitch(sink);
+                              });
+    ASSERT_DEVICE_RAN(o);
+    EXPECT_THAT(SentBatches(o), ElementsAre(Ordinary({{"ssv.opt", "1"}}), kSpecialBatch));
+}
+
+TEST(SimSwitchSlotTest, OnlyAVerifiedCotaDirectoryAddsItsSets) {
+    const struct {
+        std::string verify, load_path;
+        PropertyMap sent;
     } cases[] = {
-            {"/system/media", mine, "", "", "Mount ringtones result :0", ok + "0" + inner + "x"},
-            {"/no/such/dir", mine, "", "", "Mount ringtones result :-1", ok + "-1"},
-            {"/system/media", src + "/system/media", "", "", "", ok + inner + "-"},
-            {"8", "", "/my_company/etc/build.prop=ro.nightjar=1", "{ro.nightjar=1}" + special},
-            {"8", "", "", "{}" + special, "can not read prop from :/my_company/etc/build.prop"},
-            {"9", vf + "sys.sim.switch.current=vfc sys.region.switch.first=DE", "",
-             "{region.de=1 sim.current=1 sim.first=1}" + special},
-            // The operator pair replaces the SSV key that the object held ("old").
-            {"9", "persist.sys.zelva.operator.opta=VDF persist.sys.zelva.operator.optb=EU", "",
-             "{ssv.opt=1}" + special},
-            {"9", cota + "/mnt/c sys.cotaimg.verify=1", "", "{cota.first=1 sim.first=1}" + special},
-            {"9", cota + "/mnt/c sys.cotaimg.verify=10", "", "{sim.first=1}" + special},
-            {"9", cota + "0 sys.cotaimg.verify=1", "", "{sim.first=1}" + special},
-            {"9", "", "", kSpecial},
-            // Slot 7 loads a verified COTA directory: verify exactly "1", a load path not "0".
-            {"7", cota + "/mnt/c sys.cotaimg.verify=10"},
-            {"7", cota + "0 sys.cotaimg.verify=1"},
-            // The bigball version renamed, then the special properties.
-            {"7", cota + "/mnt/c sys.cotaimg.verify=1 ro.zelva.customize.display.version_name=D",
-             "", "{ro.zelva.image.my_carrier.version_name=V-1}" + special},
-            {"propertiesOverrideSwitch", dated, logo, "{carrier.prop=1}"},
-            {"propertiesOverrideSwitchX", dated, logo, ""},
-            {boot, dated, logo, "", "", splash + "IMG....." + record + "17"},
-            {boot, dated + record + "17", logo, "", "Logo copied, no need to process again", blank},
-            {company, dated + record + "17", logo, "", "", splash + "IMG....."},
-            {boot, dated, bin + blank, "", "", splash + "BIN....." + record + "17"},
-            {boot, "", logo, "", "Missing component information", blank},
-            {boot, dated, blank, "", none, blank},
-            {path + "data/l", dated, "/data/l=RAW " + blank, "", "", splash + "RAW....." + record},
-            {company + "X", dated, logo, "", none, blank},
-            {path + "data/none", dated, logo, "", none, blank},
-            {boot, dated, img + bin, "", "Can not access the target Partition", splash + "-"},
-            {boot, dated, img + bin + splash + "..", "", "Logo resource is too large",
-             splash + ".." + record},
+            {.verify = "1", .load_path = "/mnt/c", .sent = {{"sim.first", "1"}, {"cota.first", "1"}}},
+            {.verify = "10", .load_path = "/mnt/c", .sent = {{"sim.first", "1"}}},
+            {.verify = "1", .load_path = "0", .sent = {{"sim.first", "1"}}},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.call + " " + c.props + " " + c.files);
-        sandbox::Outcome o = RunDevice(tree + c.files, kSeed + " " + c.props, [&](auto& ctx) {
-            // A mount below the media source: only a recursive bind carries it along.
-            mount("/my_extra", "/my_product/media/sub", nullptr, MS_BIND, nullptr);
-            if (c.props.find("opta") != std::string::npos) Impl()->ssvOldKey = "old";
-            c.call[0] == '/' ? Impl()->bindCustomizeMediaPath(c.call.c_str())
-            : c.call == "7"  ? Impl()->loadCotaOverrideProperties(ctx.sink())
-            : c.call == "8"  ? Impl()->loadNightjarOverrideProperties(ctx.sink())
-            : c.call == "9"  ? Impl()->loadSimSwitchOverrideProperties(ctx.sink())
-                             : Impl()->loadSimSwitchOverrideProperties(c.call, ctx.sink());
+    for (const auto& c : cases) {
+        SCOPED_TRACE("verify " + c.verify + ", load path " + c.load_path);
+        sandbox::Outcome o = Call(SwitchSets(),
+                                  {{"sys.sim.switch.first", "vf"},
+                                   {"sys.cotaimg.verify", c.verify},
+                                   {"sys.cota.load.properties", c.load_path}},
+                                  SimSwitch);
+        ASSERT_DEVICE_RAN(o);
+        EXPECT_THAT(SentBatches(o), ElementsAre(Ordinary(c.sent), kSpecialBatch));
+    }
+}
+
+TEST(SimSwitchSlotTest, WithoutKeysSendsOnlyTheSpecialProperties) {
+    sandbox::Outcome o = Call(SwitchSets(), {}, SimSwitch);
+    ASSERT_DEVICE_RAN(o);
+    EXPECT_THAT(SentBatches(o), ElementsAre(kSpecialBatch));
+}
+
+void Cota(sandbox::Sink sink) { Impl()->loadCotaOverrideProperties(sink); }
+
+// The display version is set, but composing it is left to the COTA service's commands.
+TEST(CotaSlotTest, VerifiedDirectoryIsLoadedWithTheBigballVersionRenamed) {
+    sandbox::Outcome o = Call(SwitchSets(),
+                              {{"sys.cotaimg.verify", "1"},
+                               {"sys.cota.load.properties", "/mnt/c"},
+                               {"ro.zelva.customize.display.version_name", "D"}},
+                              Cota);
+    ASSERT_DEVICE_RAN(o);
+    EXPECT_THAT(SentBatches(o),
+                ElementsAre(Ordinary({{"ro.zelva.image.my_carrier.version_name", "V-1"}}),
+                            kSpecialBatch));
+}
+
+TEST(CotaSlotTest, NothingLoadsUnlessVerifiedExactlyWithALoadPath) {
+    for (const auto& [verify, load_path] : {std::pair{"10", "/mnt/c"}, std::pair{"1", "0"}}) {
+        sandbox::Outcome o = Call(SwitchSets(),
+                                  {{"sys.cotaimg.verify", verify},
+                                   {"sys.cota.load.properties", load_path}},
+                                  Cota);
+        ASSERT_DEVICE_RAN(o);
+        EXPECT_THAT(SentBatches(o), IsEmpty()) << verify << " " << load_path;
+    }
+}
+
+TEST(SlotTenTest, OnlyTheExactOverrideTriggerRunsThePriorityLoader) {
+    for (const std::string trigger : {"propertiesOverrideSwitch", "propertiesOverrideSwitchX"}) {
+        sandbox::Outcome o = Call(SwitchSets(), {}, [&](sandbox::Sink sink) {
+            Impl()->loadSimSwitchOverrideProperties(trigger, sink);
         });
         ASSERT_DEVICE_RAN(o);
-        EXPECT_EQ(Sent(o), c.sent);
-        EXPECT_EQ(o.Messages(android::base::INFO), c.info.empty() ? Lines{} : Lines{c.info});
-        PropertyMap state;
-        for (const auto& [key, value] : P(c.state)) {
-            state[key] = key[0] == '/' ? o.FileContent(key).value_or("-") : o.properties[key];
+        if (trigger == "propertiesOverrideSwitch") {
+            EXPECT_THAT(SentBatches(o), ElementsAre(Ordinary({{"carrier.prop", "1"}})));
+        } else {
+            EXPECT_THAT(SentBatches(o), IsEmpty());
         }
-        EXPECT_EQ(state, P(c.state));
     }
+}
+
+constexpr char kSplash[] = "/dev/block/by-name/splash_odm";
+constexpr char kLogoImage[] = "/my_company/media/logo/logo.img";
+constexpr char kLogoBinary[] = "/my_company/media/logo/logo.bin";
+constexpr char kCopiedDate[] = "persist.record.my_company.date.forlogo";
+const std::string kBootTrigger = "triggerLogoCopyFromCompanyBoot";
+const std::string kCompanyTrigger = "triggerLogoCopyFromCompany";
+const PropertyMap kImageDate = {{"ro.zelva.image.my_company.date.utc", "17"}};
+
+// An 8-byte splash partition and, unless told otherwise, both logo files.
+sandbox::DeviceTree LogoDevice(bool logo_files = true) {
+    sandbox::DeviceTree tree;
+    tree.File(kSplash, "........");
+    if (logo_files) tree.File(kLogoImage, "IMG").File(kLogoBinary, "BIN");
+    return tree;
+}
+
+// Slot 10 with |trigger| on |tree| holding |props|.
+sandbox::Outcome TriggerLogoCopy(const sandbox::DeviceTree& tree, const std::string& trigger,
+                                 const PropertyMap& props = kImageDate) {
+    return RunDevice(tree, props, [&](sandbox::Context& ctx) {
+        Impl()->loadSimSwitchOverrideProperties(trigger, ctx.sink());
+    });
+}
+
+TEST(LogoCopyTest, BootTriggerCopiesTheImageAndRecordsItsDate) {
+    sandbox::Outcome o = TriggerLogoCopy(LogoDevice(), kBootTrigger);
+    ASSERT_DEVICE_RAN(o);
+    EXPECT_EQ(o.FileContent(kSplash), "IMG.....");
+    EXPECT_EQ(o.properties[kCopiedDate], "17");
+    EXPECT_THAT(InfoRecords(o), IsEmpty());
+}
+
+TEST(LogoCopyTest, BootTriggerSkipsAnImageDateAlreadyCopied) {
+    sandbox::Outcome o =
+            TriggerLogoCopy(LogoDevice(), kBootTrigger, With(kImageDate, {{kCopiedDate, "17"}}));
+    ASSERT_DEVICE_RAN(o);
+    EXPECT_EQ(o.FileContent(kSplash), "........");
+    EXPECT_THAT(InfoRecords(o), ElementsAre(Info("Logo copied, no need to process again")));
+}
+
+TEST(LogoCopyTest, CompanyTriggerCopiesWhateverDateWasRecorded) {
+    sandbox::Outcome o = TriggerLogoCopy(LogoDevice(), kCompanyTrigger,
+                                         With(kImageDate, {{kCopiedDate, "17"}}));
+    ASSERT_DEVICE_RAN(o);
+    EXPECT_EQ(o.FileContent(kSplash), "IMG.....");
+}
+
+TEST(LogoCopyTest, BinaryIsTheSecondChoice) {
+    sandbox::Outcome o = TriggerLogoCopy(LogoDevice(false).File(kLogoBinary, "BIN"), kBootTrigger);
+    ASSERT_DEVICE_RAN(o);
+    EXPECT_EQ(o.FileContent(kSplash), "BIN.....");
+    EXPECT_EQ(o.properties[kCopiedDate], "17");
+}
+
+TEST(LogoCopyTest, CompanyTriggerNeedsTheImageDate) {
+    sandbox::Outcome o = TriggerLogoCopy(LogoDevice(), kBootTrigger, {});
+    ASSERT_DEVICE_RAN(o);
+    EXPECT_EQ(o.FileContent(kSplash), "........");
+    EXPECT_THAT(InfoRecords(o), ElementsAre(Info("Missing component information")));
+}
+
+TEST(LogoCopyTest, PathTriggerCopiesTheFileItNamesAndRecordsNoDate) {
+    sandbox::Outcome o =
+            TriggerLogoCopy(LogoDevice().File("/data/l", "RAW"), "triggerLogoCopy/data/l");
+    ASSERT_DEVICE_RAN(o);
+    EXPECT_EQ(o.FileContent(kSplash), "RAW.....");
+    EXPECT_EQ(o.properties[kCopiedDate], "");
+}
+
+TEST(LogoCopyTest, TriggerWithoutASourceCopiesNothing) {
+    const struct {
+        sandbox::DeviceTree tree;
+        std::string trigger;
+    } cases[] = {
+            {LogoDevice(false), kBootTrigger},
+            {LogoDevice(), kCompanyTrigger + "X"},  // a path trigger without a path
+            {LogoDevice(), "triggerLogoCopy/data/none"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.trigger);
+        sandbox::Outcome o = TriggerLogoCopy(c.tree, c.trigger);
+        ASSERT_DEVICE_RAN(o);
+        EXPECT_EQ(o.FileContent(kSplash), "........");
+        EXPECT_THAT(InfoRecords(o), ElementsAre(Info("No logo resource found")));
+    }
+}
+
+TEST(LogoCopyTest, MissingSplashPartitionIsReported) {
+    sandbox::Outcome o = TriggerLogoCopy(
+            sandbox::DeviceTree().File(kLogoImage, "IMG").Dir("/dev/block/by-name"), kBootTrigger);
+    ASSERT_DEVICE_RAN(o);
+    EXPECT_FALSE(o.Exists(kSplash));
+    EXPECT_THAT(InfoRecords(o), ElementsAre(Info("Can not access the target Partition")));
+}
+
+TEST(LogoCopyTest, SourceLargerThanThePartitionIsNotCopied) {
+    sandbox::Outcome o = TriggerLogoCopy(
+            sandbox::DeviceTree().File(kLogoImage, "IMG").File(kSplash, ".."), kBootTrigger);
+    ASSERT_DEVICE_RAN(o);
+    EXPECT_EQ(o.FileContent(kSplash), "..");
+    EXPECT_EQ(o.properties[kCopiedDate], "");
+    EXPECT_THAT(InfoRecords(o), ElementsAre(Info("Logo resource is too large")));
 }
 
 }  // namespace
