@@ -78,27 +78,29 @@ const std::string kDisplay = "ro.zelva.customize.display.version_name";
 const std::string kCarrierVersion = "ro.zelva.image.my_carrier.version_name";
 const std::string kCotaVersion = "ro.build.cota.version_name";
 
-struct DisplayVersionCase {
-    std::string display, carrier_version, cota_version;
-    std::optional<std::string> sent;  // the display version sent, if any
-    std::vector<LogRecord> logs;
-};
+SentBatch DisplayVersion(const std::string& version) { return Ordinary({{kDisplay, version}}); }
 
 TEST(CotaTest, DisplayVersionIsComposedFromTheCarrierAndCotaVersions) {
-    const DisplayVersionCase cases[] = {
-            {.display = "X1PM", .cota_version = "X1_U_COTA_5", .sent = "X1CT_U005",
+    const struct {
+        std::string display, carrier_version, cota_version;
+        std::vector<SentBatch> sent;
+        std::vector<LogRecord> logs;
+    } cases[] = {
+            {.display = "X1PM", .cota_version = "X1_U_COTA_5",
+             .sent = {DisplayVersion("X1CT_U005")},
              .logs = {Info("cota type CT android version: U cota version: 005 display version: "
                            "X1CT_U005")}},
-            {.display = "V1CT", .cota_version = "AB_12", .sent = "V1P_T012",
+            {.display = "V1CT", .cota_version = "AB_12", .sent = {DisplayVersion("V1P_T012")},
              .logs = {Info("cota type P android version: T cota version: 012 display version: "
                            "V1P_T012")}},
-            {.display = "V1", .carrier_version = "ABC-DEF-GH", .sent = "GH",
+            {.display = "V1", .carrier_version = "ABC-DEF-GH", .sent = {DisplayVersion("GH")},
              .logs = {Info("carrier version ABC-DEF-GH")}},
-            {.display = "V1", .carrier_version = "-GH", .cota_version = "_5", .sent = "-GH",
+            {.display = "V1", .carrier_version = "-GH", .cota_version = "_5",
+             .sent = {DisplayVersion("-GH")},
              .logs = {Info("carrier version -GH")}},
             {.carrier_version = "ABC-DEF-GH", .cota_version = "AB_7"},
     };
-    for (const DisplayVersionCase& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.display + " / " + c.carrier_version + " / " + c.cota_version);
         sandbox::Outcome o = RunDevice(
                 sandbox::DeviceTree(),
@@ -108,11 +110,7 @@ TEST(CotaTest, DisplayVersionIsComposedFromTheCarrierAndCotaVersions) {
                     android::init::loadCustomizeDisplayVersionName(ctx.sink());
                 });
         ASSERT_DEVICE_RAN(o);
-        if (c.sent) {
-            EXPECT_THAT(SentBatches(o), ElementsAre(Ordinary({{kDisplay, *c.sent}})));
-        } else {
-            EXPECT_THAT(SentBatches(o), IsEmpty());
-        }
+        EXPECT_EQ(SentBatches(o), c.sent);
         EXPECT_EQ(LogRecords(o), c.logs);
     }
 }
@@ -129,8 +127,7 @@ TEST(CotaTest, OneCharacterDisplayVersionAbortsTheProcess) {
 }
 
 // A COTA image /c (with a cust/ part) and a module /m, each naming its version as a bigball
-// image, and the bind points /my_carrier and /my_mod; the display version V1PM and the COTA
-// version AB_7 are set.
+// image, and the bind points /my_carrier and /my_mod.
 sandbox::DeviceTree CotaDevice() {
     return sandbox::DeviceTree()
             .Dir("/my_carrier")
@@ -142,159 +139,89 @@ sandbox::DeviceTree CotaDevice() {
                                    "ro.zelva.image.my_bigball.version_name=V-Co\n");
 }
 
-// Runs service command |command| on |tree| (CotaDevice() with the request files).
+// Runs service command |command| on |tree|, with the display version V1PM and the COTA
+// version AB_7 set.
 sandbox::Outcome Command(const std::string& command, const sandbox::DeviceTree& tree) {
-    return RunDevice(tree,
-                     With(kSpecialSeed, {{kDisplay, "V1PM"}, {kCotaVersion, "AB_7"}}),
+    return RunDevice(tree, With(kSpecialSeed, {{kDisplay, "V1PM"}, {kCotaVersion, "AB_7"}}),
                      [&](sandbox::Context& ctx) {
                          umask(0);
                          Impl()->loadCotaServiceOverrideProperties(command, ctx.sink());
                      });
 }
 
-// What the command logged, the directory helpers' records included.
-std::vector<LogRecord> CommandLog(const sandbox::Outcome& o) {
-    return LogRecords(o, {.step = kCall, .parser = true});
+// The request files are read once: none is left after any command.
+TEST(CotaServiceTest, CommandsBindAndSendWhatTheirRequestsAsk) {
+    const std::string module = "mount_point=/m\nbind_point=/my_mod\nsys.r=1\nro.r=2\npersist.r=3\n";
+    const SentBatch module_entries = Ordinary({{"ro.r", "2"}, {"sys.r", "1"}});
+    // A verified image /c; of its entries only "sys.", "ro." and (so spelt) "persisit." go on.
+    const std::string image =
+            "sys.cotaimg.verify=1\nsys.cota.load.properties=/c\npersisit.z=3\npersist.w=4\nx=5\n";
+    const SentBatch forwarded = Ordinary(
+            {{"persisit.z", "3"}, {"sys.cota.load.properties", "/c"}, {"sys.cotaimg.verify", "1"}});
+    // The image's properties as they stand, under any bind point but /my_carrier.
+    const SentBatch image_as_it_is = Ordinary({{"ro.a", "1"}, {"ro.cust", "1"},
+                                               {"ro.zelva.image.my_bigball.version_name", "V3"},
+                                               {kCarrierVersion, "Own"}});
+    const struct {
+        std::string behaviour, command;
+        std::map<std::string, std::string> requests;  // request file -> content
+        std::vector<MountCall> mounts;
+        std::vector<SentBatch> sent;
+        std::vector<LogRecord> errors;
+    } cases[] = {
+            {.behaviour = "the info file is forwarded, then the display version composed",
+             .command = "update_cota_info", .requests = {{kMountInfo, "sys.x=1\n"}},
+             .sent = {Ordinary({{"sys.x", "1"}}), DisplayVersion("V1P_T007")}},
+            {.behaviour = "a configure module: its properties, special, display, its entries",
+             .command = "module_bind_single",
+             .requests = {{kModuleInfo, module + "module_type=configure\n"}},
+             .mounts = {CotaBind("/m", "/my_mod")},
+             .sent = {Ordinary({{"ro.zelva.image.my_bigball.date.utc", "1"},
+                                {"ro.zelva.image.my_carrier.date.utc", "1"},
+                                {kCarrierVersion, "V-Co"}}),
+                      kSpecialBatch, DisplayVersion("Co_T007"), module_entries}},
+            {.behaviour = "a module of another type: its entries only",
+             .command = "module_bind_single",
+             .requests = {{kModuleInfo, module + "module_type=Configure\n"}},
+             .mounts = {CotaBind("/m", "/my_mod")}, .sent = {module_entries}},
+            {.behaviour = "a module without a type is not bound", .command = "module_bind_single",
+             .requests = {{kModuleInfo, module}}},
+            {.behaviour = "a failed module bind sends nothing", .command = "module_bind_single",
+             .requests = {{kModuleInfo, module + "module_type=configure\nbind_point=/no\n"}},
+             .mounts = {CotaBind("/m", "/no")},
+             .errors = {Error("bindCotaModuleMountPoint bind failed: -1")}},
+            {.behaviour = "the carrier image: renamed, forwarded, special, display version",
+             .command = "mount_and_check_load", .requests = {{kMountInfo, image}},
+             .mounts = {CotaBind("/c", "/my_carrier")},
+             .sent = {Ordinary({{"ro.a", "1"}, {"ro.cust", "1"}, {kCarrierVersion, "Own"}}),
+                      forwarded, kSpecialBatch, DisplayVersion("Own_T007")}},
+            {.behaviour = "an image bound elsewhere is sent as it is",
+             .command = "mount_must_load",
+             .requests = {{kMountInfo, image + "bind_point=/my_mod\n"}},
+             .mounts = {CotaBind("/c", "/my_mod")}, .sent = {image_as_it_is, forwarded}},
+            {.behaviour = "an image whose bind fails is loaded from its source",
+             .command = "mount_must_load", .requests = {{kMountInfo, image + "bind_point=/no\n"}},
+             .mounts = {CotaBind("/c", "/no")}, .sent = {image_as_it_is, forwarded},
+             .errors = {Error("cota bindAndLoadCotaOverrideProperties bind failed: -1")}},
+            {.behaviour = "an image that is its own bind point is loaded unmounted",
+             .command = "mount_must_load", .requests = {{kMountInfo, image + "bind_point=/c\n"}},
+             .sent = {image_as_it_is, forwarded}},
+            {.behaviour = "commands are matched whole and case-sensitive",
+             .command = "MOUNT_MUST_LOAD",
+             .errors = {Error("not valid cota mount bind command:MOUNT_MUST_LOAD")}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.behaviour);
+        sandbox::DeviceTree tree = CotaDevice();
+        for (const auto& [path, content] : c.requests) tree.File(path, content);
+        sandbox::Outcome o = Command(c.command, tree);
+        ASSERT_DEVICE_RAN(o);
+        EXPECT_EQ(MountCalls(o), c.mounts);
+        EXPECT_EQ(SentBatches(o), c.sent);
+        EXPECT_EQ(LogRecords(o, {.min_severity = android::base::ERROR}), c.errors);
+        EXPECT_FALSE(o.Exists(kMountInfo) || o.Exists(kModuleInfo));
+    }
 }
-
-std::vector<LogRecord> Errors(const sandbox::Outcome& o) {
-    return LogRecords(o, {.min_severity = android::base::ERROR});
-}
-
-SentBatch DisplayVersion(const std::string& version) { return Ordinary({{kDisplay, version}}); }
-
-TEST(CotaServiceTest, UpdateInfoForwardsTheInfoFileThenComposesTheDisplayVersion) {
-    sandbox::Outcome o = Command("update_cota_info", CotaDevice().File(kMountInfo, "sys.x=1\n"));
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_THAT(SentBatches(o), ElementsAre(Ordinary({{"sys.x", "1"}}), DisplayVersion("V1P_T007")));
-    EXPECT_FALSE(o.Exists(kMountInfo));
-}
-
-const std::string kModuleRequest =
-        "mount_point=/m\nbind_point=/my_mod\nsys.r=1\nro.r=2\npersist.r=3\n";
-const SentBatch kModuleEntries = Ordinary({{"ro.r", "2"}, {"sys.r", "1"}});
-
-TEST(CotaServiceTest, ConfigureModuleSendsItsPropertiesSpecialDisplayVersionThenItsEntries) {
-    sandbox::Outcome o = Command("module_bind_single",
-                                 CotaDevice().File(kModuleInfo,
-                                                   kModuleRequest + "module_type=configure\n"));
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_THAT(MountCalls(o), ElementsAre(CotaBind("/m", "/my_mod")));
-    EXPECT_THAT(SentBatches(o),
-                ElementsAre(Ordinary({{"ro.zelva.image.my_bigball.date.utc", "1"},
-                                      {"ro.zelva.image.my_carrier.date.utc", "1"},
-                                      {kCarrierVersion, "V-Co"}}),
-                            kSpecialBatch, DisplayVersion("Co_T007"), kModuleEntries));
-    EXPECT_FALSE(o.Exists(kModuleInfo));
-}
-
-TEST(CotaServiceTest, ModuleOfAnotherTypeIsBoundAndOnlyItsEntriesSent) {
-    sandbox::Outcome o = Command("module_bind_single",
-                                 CotaDevice().File(kModuleInfo,
-                                                   kModuleRequest + "module_type=Configure\n"));
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_THAT(MountCalls(o), ElementsAre(CotaBind("/m", "/my_mod")));
-    EXPECT_THAT(SentBatches(o), ElementsAre(kModuleEntries));
-}
-
-TEST(CotaServiceTest, ModuleWithoutATypeIsNotBound) {
-    sandbox::Outcome o = Command("module_bind_single", CotaDevice().File(kModuleInfo,
-                                                                         kModuleRequest));
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_THAT(MountCalls(o), IsEmpty());
-    EXPECT_THAT(SentBatches(o), IsEmpty());
-    EXPECT_THAT(Errors(o), IsEmpty());
-    EXPECT_FALSE(o.Exists(kModuleInfo));
-}
-
-TEST(CotaServiceTest, FailedModuleBindSendsNothing) {
-    sandbox::Outcome o = Command(
-            "module_bind_single",
-            CotaDevice().File(kModuleInfo, kModuleRequest + "module_type=configure\nbind_point=/no\n"));
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_THAT(MountCalls(o), ElementsAre(CotaBind("/m", "/no")));
-    EXPECT_THAT(SentBatches(o), IsEmpty());
-    EXPECT_THAT(Errors(o), ElementsAre(Error("bindCotaModuleMountPoint bind failed: -1")));
-}
-
-// A verified image /c; of its entries only "sys.", "ro." and (so spelt) "persisit." ones go on.
-const std::string kImageRequest =
-        "sys.cotaimg.verify=1\nsys.cota.load.properties=/c\npersisit.z=3\npersist.w=4\nother=5\n";
-const SentBatch kForwarded = Ordinary(
-        {{"persisit.z", "3"}, {"sys.cota.load.properties", "/c"}, {"sys.cotaimg.verify", "1"}});
-// The image's properties as they stand, under any bind point but /my_carrier.
-const SentBatch kImageAsItIs = Ordinary({{"ro.a", "1"},
-                                         {"ro.cust", "1"},
-                                         {"ro.zelva.image.my_bigball.version_name", "V3"},
-                                         {kCarrierVersion, "Own"}});
-
-TEST(CotaServiceTest, CarrierImageIsBoundRenamedAndFollowedBySpecialAndDisplayVersion) {
-    sandbox::Outcome o = Command("mount_and_check_load", CotaDevice().File(kMountInfo,
-                                                                           kImageRequest));
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_THAT(MountCalls(o), ElementsAre(CotaBind("/c", "/my_carrier")));
-    // The bigball version is dropped; cust/'s own carrier version wins over it.
-    EXPECT_THAT(SentBatches(o),
-                ElementsAre(Ordinary({{"ro.a", "1"}, {"ro.cust", "1"}, {kCarrierVersion, "Own"}}),
-                            kForwarded, kSpecialBatch, DisplayVersion("Own_T007")));
-    EXPECT_FALSE(o.Exists(kMountInfo));
-}
-
-TEST(CotaServiceTest, ImageBoundElsewhereIsSentAsItIs) {
-    sandbox::Outcome o = Command("mount_must_load",
-                                 CotaDevice().File(kMountInfo, kImageRequest + "bind_point=/my_mod\n"));
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_THAT(MountCalls(o), ElementsAre(CotaBind("/c", "/my_mod")));
-    EXPECT_THAT(SentBatches(o), ElementsAre(kImageAsItIs, kForwarded));
-    EXPECT_THAT(Errors(o), IsEmpty());
-}
-
-TEST(CotaServiceTest, ImageWhoseBindFailsIsLoadedFromItsSource) {
-    sandbox::Outcome o = Command("mount_must_load",
-                                 CotaDevice().File(kMountInfo, kImageRequest + "bind_point=/no\n"));
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_THAT(MountCalls(o), ElementsAre(CotaBind("/c", "/no")));
-    EXPECT_THAT(SentBatches(o), ElementsAre(kImageAsItIs, kForwarded));
-    EXPECT_THAT(Errors(o),
-                ElementsAre(Error("cota bindAndLoadCotaOverrideProperties bind failed: -1")));
-}
-
-TEST(CotaServiceTest, ImageThatIsItsOwnBindPointIsLoadedUnmounted) {
-    sandbox::Outcome o = Command("mount_must_load",
-                                 CotaDevice().File(kMountInfo, kImageRequest + "bind_point=/c\n"));
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_THAT(MountCalls(o), IsEmpty());
-    EXPECT_THAT(SentBatches(o), ElementsAre(kImageAsItIs, kForwarded));
-}
-
-TEST(CotaServiceTest, CommandsAreMatchedWholeAndCaseSensitive) {
-    sandbox::Outcome o = Command("MOUNT_MUST_LOAD", CotaDevice().File(kMountInfo, kImageRequest));
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_THAT(SentBatches(o), IsEmpty());
-    EXPECT_THAT(Errors(o), ElementsAre(Error("not valid cota mount bind command:MOUNT_MUST_LOAD")));
-    EXPECT_TRUE(o.Exists(kMountInfo));
-}
-
-// A directory as the device leaves it.
-struct DirState {
-    mode_t mode;
-    uid_t uid;
-    gid_t gid;
-    bool operator==(const DirState&) const = default;
-};
-
-void PrintTo(const DirState& dir, std::ostream* os) {
-    *os << "directory mode 0" << std::oct << dir.mode << std::dec << " owned by " << dir.uid << ":"
-        << dir.gid;
-}
-
-std::optional<DirState> DirAt(const sandbox::Outcome& o, const std::string& path) {
-    const auto it = o.tree.find(path);
-    if (it == o.tree.end() || it->second.type != 'd') return std::nullopt;
-    return DirState{it->second.mode & 07777, it->second.uid, it->second.gid};
-}
-
-constexpr DirState kCotaDir = {0755, 0, 0};
 
 // Module directories are made below the base (a plain prefix: /mnt/cotaextra counts), parents
 // first, each as root's 0755; then the module is bound and its entries and the request's own
@@ -309,14 +236,16 @@ TEST(CotaServiceTest, BasicPointMakesModuleDirectoriesThenBindsTheModule) {
                                       "my=/mnt/cota/x/y\nextra=/mnt/cotaextra\n"));
     ASSERT_DEVICE_RAN(o);
     for (const char* dir : {"/mnt/cota/x", "/mnt/cota/x/y", "/mnt/cotaextra"}) {
-        EXPECT_EQ(DirAt(o, dir), kCotaDir) << dir;
+        const sandbox::TreeEntry& made = o.tree[dir];  // a directory of root's, mode 0755
+        EXPECT_EQ(std::tuple(made.type, made.mode & 07777, made.uid, made.gid),
+                  std::tuple('d', 0755u, 0u, 0u)) << dir;
     }
     EXPECT_THAT(MountCalls(o), ElementsAre(CotaBind("/m", "/mnt/cota/x/y")));
     EXPECT_THAT(SentBatches(o), ElementsAre(Ordinary({{"sys.m", "1"}}),
                                             Ordinary({{"ro.bar", "2"}, {"sys.foo", "1"}})));
     // Entries in name order; "persist." is no property prefix here, so 3 is a module directory.
     const std::string deepest = "create path: /mnt/cota/x/y sub dir: /mnt/cota/x";
-    EXPECT_THAT(CommandLog(o),
+    EXPECT_THAT(LogRecords(o, {.step = kCall, .parser = true}),
                 ElementsAre(Info("bind cota module: extra mount point: /mnt/cotaextra"),
                             Info("create path: /mnt/cotaextra sub dir: /mnt"),
                             Info("bind cota module: my mount point: /mnt/cota/x/y"), Info(deepest),
@@ -335,8 +264,8 @@ TEST(CotaServiceTest, DirectChildOfTheRootCannotBeMade) {
     ASSERT_DEVICE_RAN(o);
     EXPECT_EQ(o.notes["result"], "-1");
     EXPECT_FALSE(o.Exists("/a"));
-    EXPECT_THAT(CommandLog(o), ElementsAre(Info("create path: /a sub dir: "),
-                                           Error("create sub dir failed: ")));
+    EXPECT_THAT(LogRecords(o, {.step = kCall, .parser = true}),
+                ElementsAre(Info("create path: /a sub dir: "), Error("create sub dir failed: ")));
 }
 
 }  // namespace

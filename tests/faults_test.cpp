@@ -16,9 +16,6 @@ namespace {
 
 using android::init::InitExtensionPropertyImpl;
 using testing::Contains;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 using testing::SizeIs;
 
 const PropertyMap kSpecialSeed = {{"ro.vendor.zelva.version_suffix", "T"},
@@ -60,7 +57,8 @@ const StandIn kStandIns[] = {
         {"socket", [](sandbox::DeviceTree* t, const std::string& p) { t->Socket(p); }, true},
         {"dangling link",
          [](sandbox::DeviceTree* t, const std::string& p) { t->Symlink(p, "/nowhere"); }, false},
-        {"link loop", [](sandbox::DeviceTree* t, const std::string& p) { t->Symlink(p, p); }, false},
+        {"link loop",
+         [](sandbox::DeviceTree* t, const std::string& p) { t->Symlink(p, p); }, false},
 };
 
 // Every kind of file the library reads, each read when it exists and reported with its path
@@ -146,7 +144,9 @@ TEST(HostilePropertyFileTest, OddBytesAreReadAsTheyStand) {
              .loaded = {{"n", "\xff\xfe\x80"}}},
     };
     TemporaryDir dir;
-    for (const auto& c : cases) EXPECT_EQ(Load(WriteIn(dir, "file", c.content)), c.loaded) << c.what;
+    for (const auto& c : cases) {
+        EXPECT_EQ(Load(WriteIn(dir, "file", c.content)), c.loaded) << c.what;
+    }
 }
 
 TEST(HostilePropertyFileTest, HundredThousandImportsAndAThousandDeepChainLoad) {

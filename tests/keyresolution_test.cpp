@@ -10,13 +10,7 @@ namespace {
 
 using sandbox::MountSetup;
 using testing::Contains;
-using testing::ElementsAre;
-using testing::Field;
-using testing::IsEmpty;
-using testing::IsSupersetOf;
-using testing::Not;
 using testing::Pair;
-using testing::StartsWith;
 using testing::UnorderedElementsAre;
 
 constexpr char kFlashbackConfig[] = "/mnt/vendor/zelvareserve/system/flag/flashback.cfg";
@@ -60,9 +54,9 @@ auto KeysAre(const Keys& keys) {
 }
 
 TEST(KeyResolutionTest, EachBootSettlesItsKeysFromTheStoresAndProperties) {
-    const PropertyMap carrier = {{"ro.boot.qvcarrier", "QC"}};
     const std::string first = "sys.sim.switch.first=", current = "sys.sim.switch.current=";
-    const std::string region = "sys.region.switch.first=", payjoy = "persist.sys.payjoy.status_change";
+    const std::string region = "sys.region.switch.first=";
+    const std::string payjoy = "persist.sys.payjoy.status_change";
     const std::string removal = "persist.sys.remove.region.apk";
     const std::string flashback = "ro.sys.customize.flashback.company";
     const struct {
@@ -75,23 +69,24 @@ TEST(KeyResolutionTest, EachBootSettlesItsKeysFromTheStoresAndProperties) {
         bool without_reserve_dir = false;
     } boots[] = {
             {.behaviour = "the old carrier is converted through the map, with both markers",
-             .props = With(carrier, {{kNoneClear, "true"}}),
-             .after = {{kReserveFirst, KeyFile(kFirstLine)}, {kReserveConvert, KeyFile(kConvertLine)},
+             .props = With(kMappedCarrier, {{kNoneClear, "true"}}),
+             .after = {{kReserveFirst, KeyFile(kFirstLine)},
+                       {kReserveConvert, KeyFile(kConvertLine)},
                        {kReserveNoneClear, KeyFile("1")}},
              .keys = {.first = "K1"},
              .sent = {Ordinary({{kNoneClear, "true"}, {"sys.sim.switch.first", "K1"}})},
              .without_reserve_dir = true},
             {.behaviour = "the none-clear marker needs the value true exactly",
-             .props = With(carrier, {{kNoneClear, "TRUE"}}),
+             .props = With(kMappedCarrier, {{kNoneClear, "TRUE"}}),
              .after = {{kReserveFirst, KeyFile(kFirstLine)}, {kReserveNoneClear, std::nullopt}},
              .keys = {.first = "K1"},
              .sent = {Ordinary({{kNoneClear, "TRUE"}, {"sys.sim.switch.first", "K1"}})}},
             {.behaviour = "the convert marker blocks the conversion for good",
-             .files = {{kReserveConvert, kConvertLine}}, .props = carrier,
+             .files = {{kReserveConvert, kConvertLine}}, .props = kMappedCarrier,
              .after = {{kReserveFirst, std::nullopt}},
              .sent = {Ordinary({{"sys.sim.switch.convert", "true"}})}},
             {.behaviour = "a data copy of the first key blocks the conversion",
-             .files = {{kDataFirst, first + "KD\n"}}, .props = carrier,
+             .files = {{kDataFirst, first + "KD\n"}}, .props = kMappedCarrier,
              .after = {{kReserveFirst, std::nullopt}, {kReserveConvert, std::nullopt}},
              .keys = {.first = "KD"}, .sent = {Ordinary({{"sys.sim.switch.first", "KD"}})}},
             {.behaviour = "bare keys are rewritten as name=value lines",
@@ -155,7 +150,7 @@ TEST(KeyResolutionTest, EachBootSettlesItsKeysFromTheStoresAndProperties) {
 // A write that fails, on a read-only or a full reserve, leaves neither an empty first file
 // nor a marker, and loses none of the call's later batches: the next boot tries again.
 TEST(KeyResolutionTest, FailedConversionWriteLeavesNoMarkerAndIsRetriedNextBoot) {
-    const PropertyMap seed = With(kSpecialSeed, {{"ro.boot.qvcarrier", "QC"}});
+    const PropertyMap seed = With(kSpecialSeed, kMappedCarrier);
     const struct {
         MountSetup reserve;
         std::string error;

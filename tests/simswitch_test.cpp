@@ -9,48 +9,42 @@ namespace zelva_test {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
-
-constexpr char kMediaResult[] = "sys.mount.mediapath.success";
 
 std::vector<LogRecord> InfoRecords(const sandbox::Outcome& o) {
     return LogRecords(o, {.min_severity = android::base::INFO});
 }
 
-// Slot 3 onto |target| with the media source |source|, which holds a directory with a mount of
-// its own below it: only a recursive bind carries that one along.
-sandbox::Outcome BindMediaPath(const std::string& source, const char* target) {
-    const sandbox::DeviceTree tree = sandbox::DeviceTree()
-                                             .Dir("/my_product/media/sub")
-                                             .File("/my_extra/inner", "x")
-                                             .Dir("/system/media");
-    return RunDevice(tree, {{"ro.sys.custommedia.sourcepath", source}}, [=](sandbox::Context&) {
-        mount("/my_extra", "/my_product/media/sub", nullptr, MS_BIND, nullptr);
-        Impl()->bindCustomizeMediaPath(target);
-    });
-}
-
-TEST(MediaPathTest, SourceIsBoundRecursivelyAndTheResultRecorded) {
-    sandbox::Outcome o = BindMediaPath("/my_product/media", "/system/media");
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_EQ(o.FileContent("/system/media/sub/inner"), "x");
-    EXPECT_EQ(o.properties[kMediaResult], "0");
-    EXPECT_THAT(InfoRecords(o), ElementsAre(Info("Mount ringtones result :0")));
-}
-
-TEST(MediaPathTest, FailedBindIsRecordedAsMinusOne) {
-    sandbox::Outcome o = BindMediaPath("/my_product/media", "/no/such/dir");
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_EQ(o.properties[kMediaResult], "-1");
-    EXPECT_THAT(InfoRecords(o), ElementsAre(Info("Mount ringtones result :-1")));
-}
-
-TEST(MediaPathTest, SourceOutsideTheCustomizationImagesIsIgnored) {
-    sandbox::Outcome o = BindMediaPath("/system/media", "/system/media");
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_FALSE(o.Exists("/system/media/sub"));
-    EXPECT_EQ(o.properties.count(kMediaResult), 0u);
-    EXPECT_THAT(InfoRecords(o), IsEmpty());
+// The media source holds a directory with a mount of its own below it, which only a recursive
+// bind carries along.
+TEST(MediaPathTest, SourceInACustomizationImageIsBoundRecursivelyWithItsResultRecorded) {
+    const struct {
+        std::string source, target;
+        bool submount_seen;  // the mount below the source shows through the bind
+        std::optional<std::string> result;
+        std::vector<LogRecord> logs;
+    } cases[] = {
+            {.source = "/my_product/media", .target = "/system/media", .submount_seen = true,
+             .result = "0", .logs = {Info("Mount ringtones result :0")}},
+            {.source = "/my_product/media", .target = "/no/such/dir", .result = "-1",
+             .logs = {Info("Mount ringtones result :-1")}},
+            {.source = "/system/media", .target = "/system/media"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.source + " onto " + c.target);
+        const sandbox::DeviceTree tree = sandbox::DeviceTree()
+                                                 .Dir("/my_product/media/sub")
+                                                 .File("/my_extra/inner", "x")
+                                                 .Dir("/system/media");
+        sandbox::Outcome o = RunDevice(tree, {{"ro.sys.custommedia.sourcepath", c.source}},
+                                       [&](sandbox::Context&) {
+            mount("/my_extra", "/my_product/media/sub", nullptr, MS_BIND, nullptr);
+            Impl()->bindCustomizeMediaPath(c.target.c_str());
+        });
+        ASSERT_DEVICE_RAN(o);
+        EXPECT_EQ(o.Exists("/system/media/sub/inner"), c.submount_seen);
+        EXPECT_EQ(PropertyAt(o, "sys.mount.mediapath.success"), c.result);
+        EXPECT_EQ(InfoRecords(o), c.logs);
+    }
 }
 
 // Runs |fn| on a device holding |tree| and |props| beside the seed of the special properties.
@@ -61,21 +55,18 @@ sandbox::Outcome Call(const sandbox::DeviceTree& tree, const PropertyMap& props,
     });
 }
 
-void Nightjar(sandbox::Sink sink) { Impl()->loadNightjarOverrideProperties(sink); }
-
-TEST(NightjarTest, SendsTheCompanyBuildPropertiesThenTheSpecialOnes) {
-    sandbox::Outcome o = Call(
-            sandbox::DeviceTree().File("/my_company/etc/build.prop", "ro.nightjar=1\n"), {},
-            Nightjar);
+TEST(NightjarTest, SendsTheCompanyBuildPropertiesEvenNoneThenTheSpecialOnes) {
+    sandbox::Outcome o = Call(sandbox::DeviceTree().File("/my_company/etc/build.prop", "ro.nj=1\n"),
+                              {}, [](sandbox::Sink sink) {
+        Impl()->loadNightjarOverrideProperties(sink);
+    });
+    sandbox::Outcome none = Call(sandbox::DeviceTree(), {}, [](sandbox::Sink sink) {
+        Impl()->loadNightjarOverrideProperties(sink);
+    });
     ASSERT_DEVICE_RAN(o);
-    EXPECT_THAT(SentBatches(o), ElementsAre(Ordinary({{"ro.nightjar", "1"}}), kSpecialBatch));
-}
-
-TEST(NightjarTest, UnreadableCompanyPropertiesSendAnEmptyBatch) {
-    sandbox::Outcome o = Call(sandbox::DeviceTree(), {}, Nightjar);
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_THAT(SentBatches(o), ElementsAre(Ordinary({}), kSpecialBatch));
-    EXPECT_THAT(InfoRecords(o),
+    EXPECT_THAT(SentBatches(o), ElementsAre(Ordinary({{"ro.nj", "1"}}), kSpecialBatch));
+    EXPECT_THAT(SentBatches(none), ElementsAre(Ordinary({}), kSpecialBatch));
+    EXPECT_THAT(InfoRecords(none),
                 ElementsAre(Info("can not read prop from :/my_company/etc/build.prop")));
 }
 
@@ -92,82 +83,66 @@ sandbox::DeviceTree SwitchSets() {
             .File("/my_carrier/build.prop", "carrier.prop=1\n");
 }
 
-void SimSwitch(sandbox::Sink sink) { Impl()->loadSimSwitchOverrideProperties(sink); }
-
 TEST(SimSwitchSlotTest, SwitchPropertiesSelectTheSetsOfTheirKeys) {
-    sandbox::Outcome o = Call(SwitchSets(),
-                              {{"sys.sim.switch.first", "vf"},
-                               {"sys.sim.switch.current", "vfc"},
-                               {"sys.region.switch.first", "DE"}},
-                              SimSwitch);
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_THAT(SentBatches(o),
-                ElementsAre(Ordinary({{"sim.first", "1"}, {"sim.current", "1"}, {"region.de", "1"}}),
-                            kSpecialBatch));
-}
-
-TEST(SimSwitchSlotTest, OperatorPairReplacesTheOldSsvKeyHeld) {
-    sandbox::Outcome o = Call(SwitchSets(),
-                              {{"persist.sys.zelva.operator.opta", "VDF"},
-                               {"persist.sys.zelva.operator.optb", "EU"}},
-                              [](sandbox::Sink sink) {
-                                  Impl()->ssvOldKey = "old";
-                                  SimSwitch(sink);
-                              });
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_THAT(SentBatches(o), ElementsAre(Ordinary({{"ssv.opt", "1"}}), kSpecialBatch));
-}
-
-TEST(SimSwitchSlotTest, OnlyAVerifiedCotaDirectoryAddsItsSets) {
+    const PropertyMap first = {{"sys.sim.switch.first", "vf"}};
+    const std::string verify = "sys.cotaimg.verify", load_path = "sys.cota.load.properties";
     const struct {
-        std::string verify, load_path;
-        PropertyMap sent;
+        std::string behaviour, held_ssv_key;
+        PropertyMap props;
+        std::vector<SentBatch> sent;
     } cases[] = {
-            {.verify = "1", .load_path = "/mnt/c", .sent = {{"sim.first", "1"}, {"cota.first", "1"}}},
-            {.verify = "10", .load_path = "/mnt/c", .sent = {{"sim.first", "1"}}},
-            {.verify = "1", .load_path = "0", .sent = {{"sim.first", "1"}}},
+            {.behaviour = "each key its set",
+             .props = {{"sys.sim.switch.first", "vf"}, {"sys.sim.switch.current", "vfc"},
+                       {"sys.region.switch.first", "DE"}},
+             .sent = {Ordinary({{"sim.first", "1"}, {"sim.current", "1"}, {"region.de", "1"}}),
+                      kSpecialBatch}},
+            {.behaviour = "the operator pair replaces the SSV key held", .held_ssv_key = "old",
+             .props = {{"persist.sys.zelva.operator.opta", "VDF"},
+                       {"persist.sys.zelva.operator.optb", "EU"}},
+             .sent = {Ordinary({{"ssv.opt", "1"}}), kSpecialBatch}},
+            {.behaviour = "a verified COTA directory adds its sets",
+             .props = With(first, {{verify, "1"}, {load_path, "/mnt/c"}}),
+             .sent = {Ordinary({{"sim.first", "1"}, {"cota.first", "1"}}), kSpecialBatch}},
+            {.behaviour = "only when verified exactly",
+             .props = With(first, {{verify, "10"}, {load_path, "/mnt/c"}}),
+             .sent = {Ordinary({{"sim.first", "1"}}), kSpecialBatch}},
+            {.behaviour = "and with a load path",
+             .props = With(first, {{verify, "1"}, {load_path, "0"}}),
+             .sent = {Ordinary({{"sim.first", "1"}}), kSpecialBatch}},
+            {.behaviour = "no keys: only the special properties", .sent = {kSpecialBatch}},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE("verify " + c.verify + ", load path " + c.load_path);
-        sandbox::Outcome o = Call(SwitchSets(),
-                                  {{"sys.sim.switch.first", "vf"},
-                                   {"sys.cotaimg.verify", c.verify},
-                                   {"sys.cota.load.properties", c.load_path}},
-                                  SimSwitch);
+        sandbox::Outcome o = Call(SwitchSets(), c.props, [&](sandbox::Sink sink) {
+            Impl()->ssvOldKey = c.held_ssv_key;
+            Impl()->loadSimSwitchOverrideProperties(sink);
+        });
         ASSERT_DEVICE_RAN(o);
-        EXPECT_THAT(SentBatches(o), ElementsAre(Ordinary(c.sent), kSpecialBatch));
+        EXPECT_EQ(SentBatches(o), c.sent) << c.behaviour;
     }
 }
 
-TEST(SimSwitchSlotTest, WithoutKeysSendsOnlyTheSpecialProperties) {
-    sandbox::Outcome o = Call(SwitchSets(), {}, SimSwitch);
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_THAT(SentBatches(o), ElementsAre(kSpecialBatch));
-}
-
-void Cota(sandbox::Sink sink) { Impl()->loadCotaOverrideProperties(sink); }
-
 // The display version is set, but composing it is left to the COTA service's commands.
-TEST(CotaSlotTest, VerifiedDirectoryIsLoadedWithTheBigballVersionRenamed) {
-    sandbox::Outcome o = Call(SwitchSets(),
-                              {{"sys.cotaimg.verify", "1"},
-                               {"sys.cota.load.properties", "/mnt/c"},
-                               {"ro.zelva.customize.display.version_name", "D"}},
-                              Cota);
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_THAT(SentBatches(o),
-                ElementsAre(Ordinary({{"ro.zelva.image.my_carrier.version_name", "V-1"}}),
-                            kSpecialBatch));
-}
-
-TEST(CotaSlotTest, NothingLoadsUnlessVerifiedExactlyWithALoadPath) {
-    for (const auto& [verify, load_path] : {std::pair{"10", "/mnt/c"}, std::pair{"1", "0"}}) {
+TEST(CotaSlotTest, OnlyAVerifiedDirectoryWithALoadPathIsLoadedWithTheBigballVersionRenamed) {
+    const PropertyMap display = {{"ro.zelva.customize.display.version_name", "D"}};
+    const struct {
+        std::string verify, load_path;
+        std::vector<SentBatch> sent;
+    } cases[] = {
+            {.verify = "1", .load_path = "/mnt/c",
+             .sent = {Ordinary({{"ro.zelva.image.my_carrier.version_name", "V-1"}}),
+                      kSpecialBatch}},
+            {.verify = "10", .load_path = "/mnt/c"},
+            {.verify = "1", .load_path = "0"},
+    };
+    for (const auto& c : cases) {
         sandbox::Outcome o = Call(SwitchSets(),
-                                  {{"sys.cotaimg.verify", verify},
-                                   {"sys.cota.load.properties", load_path}},
-                                  Cota);
+                                  With(display, {{"sys.cotaimg.verify", c.verify},
+                                                 {"sys.cota.load.properties", c.load_path}}),
+                                  [](sandbox::Sink sink) {
+            Impl()->loadCotaOverrideProperties(sink);
+        });
         ASSERT_DEVICE_RAN(o);
-        EXPECT_THAT(SentBatches(o), IsEmpty()) << verify << " " << load_path;
+        EXPECT_EQ(SentBatches(o), c.sent) << "verify " << c.verify << ", path " << c.load_path;
     }
 }
 
@@ -177,11 +152,9 @@ TEST(SlotTenTest, OnlyTheExactOverrideTriggerRunsThePriorityLoader) {
             Impl()->loadSimSwitchOverrideProperties(trigger, sink);
         });
         ASSERT_DEVICE_RAN(o);
-        if (trigger == "propertiesOverrideSwitch") {
-            EXPECT_THAT(SentBatches(o), ElementsAre(Ordinary({{"carrier.prop", "1"}})));
-        } else {
-            EXPECT_THAT(SentBatches(o), IsEmpty());
-        }
+        EXPECT_EQ(SentBatches(o), trigger == "propertiesOverrideSwitch"
+                                          ? std::vector{Ordinary({{"carrier.prop", "1"}})}
+                                          : std::vector<SentBatch>{});
     }
 }
 
@@ -189,104 +162,53 @@ constexpr char kSplash[] = "/dev/block/by-name/splash_odm";
 constexpr char kLogoImage[] = "/my_company/media/logo/logo.img";
 constexpr char kLogoBinary[] = "/my_company/media/logo/logo.bin";
 constexpr char kCopiedDate[] = "persist.record.my_company.date.forlogo";
-const std::string kBootTrigger = "triggerLogoCopyFromCompanyBoot";
-const std::string kCompanyTrigger = "triggerLogoCopyFromCompany";
 const PropertyMap kImageDate = {{"ro.zelva.image.my_company.date.utc", "17"}};
 
-// An 8-byte splash partition and, unless told otherwise, both logo files.
-sandbox::DeviceTree LogoDevice(bool logo_files = true) {
-    sandbox::DeviceTree tree;
-    tree.File(kSplash, "........");
-    if (logo_files) tree.File(kLogoImage, "IMG").File(kLogoBinary, "BIN");
-    return tree;
-}
+struct LogoCase {
+    std::string trigger;
+    std::map<std::string, std::string> files = {
+            {kSplash, "........"}, {kLogoImage, "IMG"}, {kLogoBinary, "BIN"}};
+    PropertyMap props = kImageDate;
+    std::optional<std::string> splash_after = "........";
+    std::optional<std::string> copied_date;  // recorded after the trigger
+    std::vector<LogRecord> logs;
+};
 
-// Slot 10 with |trigger| on |tree| holding |props|.
-sandbox::Outcome TriggerLogoCopy(const sandbox::DeviceTree& tree, const std::string& trigger,
-                                 const PropertyMap& props = kImageDate) {
-    return RunDevice(tree, props, [&](sandbox::Context& ctx) {
-        Impl()->loadSimSwitchOverrideProperties(trigger, ctx.sink());
-    });
-}
-
-TEST(LogoCopyTest, BootTriggerCopiesTheImageAndRecordsItsDate) {
-    sandbox::Outcome o = TriggerLogoCopy(LogoDevice(), kBootTrigger);
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_EQ(o.FileContent(kSplash), "IMG.....");
-    EXPECT_EQ(o.properties[kCopiedDate], "17");
-    EXPECT_THAT(InfoRecords(o), IsEmpty());
-}
-
-TEST(LogoCopyTest, BootTriggerSkipsAnImageDateAlreadyCopied) {
-    sandbox::Outcome o =
-            TriggerLogoCopy(LogoDevice(), kBootTrigger, With(kImageDate, {{kCopiedDate, "17"}}));
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_EQ(o.FileContent(kSplash), "........");
-    EXPECT_THAT(InfoRecords(o), ElementsAre(Info("Logo copied, no need to process again")));
-}
-
-TEST(LogoCopyTest, CompanyTriggerCopiesWhateverDateWasRecorded) {
-    sandbox::Outcome o = TriggerLogoCopy(LogoDevice(), kCompanyTrigger,
-                                         With(kImageDate, {{kCopiedDate, "17"}}));
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_EQ(o.FileContent(kSplash), "IMG.....");
-}
-
-TEST(LogoCopyTest, BinaryIsTheSecondChoice) {
-    sandbox::Outcome o = TriggerLogoCopy(LogoDevice(false).File(kLogoBinary, "BIN"), kBootTrigger);
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_EQ(o.FileContent(kSplash), "BIN.....");
-    EXPECT_EQ(o.properties[kCopiedDate], "17");
-}
-
-TEST(LogoCopyTest, CompanyTriggerNeedsTheImageDate) {
-    sandbox::Outcome o = TriggerLogoCopy(LogoDevice(), kBootTrigger, {});
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_EQ(o.FileContent(kSplash), "........");
-    EXPECT_THAT(InfoRecords(o), ElementsAre(Info("Missing component information")));
-}
-
-TEST(LogoCopyTest, PathTriggerCopiesTheFileItNamesAndRecordsNoDate) {
-    sandbox::Outcome o =
-            TriggerLogoCopy(LogoDevice().File("/data/l", "RAW"), "triggerLogoCopy/data/l");
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_EQ(o.FileContent(kSplash), "RAW.....");
-    EXPECT_EQ(o.properties[kCopiedDate], "");
-}
-
-TEST(LogoCopyTest, TriggerWithoutASourceCopiesNothing) {
-    const struct {
-        sandbox::DeviceTree tree;
-        std::string trigger;
-    } cases[] = {
-            {LogoDevice(false), kBootTrigger},
-            {LogoDevice(), kCompanyTrigger + "X"},  // a path trigger without a path
-            {LogoDevice(), "triggerLogoCopy/data/none"},
+TEST(LogoCopyTest, TriggersCopyTheLogoThatTheyNameOntoTheSplashPartition) {
+    const std::string company = "triggerLogoCopyFromCompany", boot = company + "Boot";
+    const PropertyMap copied = With(kImageDate, {{kCopiedDate, "17"}});
+    const LogoCase cases[] = {
+            {.trigger = boot, .splash_after = "IMG.....", .copied_date = "17"},
+            {.trigger = boot, .props = copied, .copied_date = "17",
+             .logs = {Info("Logo copied, no need to process again")}},
+            {.trigger = company, .props = copied, .splash_after = "IMG.....", .copied_date = "17"},
+            {.trigger = boot, .files = {{kSplash, "........"}, {kLogoBinary, "BIN"}},
+             .splash_after = "BIN.....", .copied_date = "17"},
+            {.trigger = boot, .props = {}, .logs = {Info("Missing component information")}},
+            {.trigger = "triggerLogoCopy/data/l",
+             .files = {{kSplash, "........"}, {"/data/l", "RAW"}}, .splash_after = "RAW....."},
+            {.trigger = boot, .files = {{kSplash, "........"}},
+             .logs = {Info("No logo resource found")}},
+            {.trigger = company + "X", .logs = {Info("No logo resource found")}},  // no path
+            {.trigger = "triggerLogoCopy/data/none", .logs = {Info("No logo resource found")}},
+            {.trigger = boot, .files = {{kLogoImage, "IMG"}}, .splash_after = std::nullopt,
+             .logs = {Info("Can not access the target Partition")}},
+            {.trigger = boot, .files = {{kSplash, ".."}, {kLogoImage, "IMG"}}, .splash_after = "..",
+             .logs = {Info("Logo resource is too large")}},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.trigger);
-        sandbox::Outcome o = TriggerLogoCopy(c.tree, c.trigger);
+    for (const LogoCase& c : cases) {
+        SCOPED_TRACE(c.trigger + " with " + testing::PrintToString(c.files));
+        sandbox::DeviceTree tree;
+        tree.Dir("/dev/block/by-name");
+        for (const auto& [path, content] : c.files) tree.File(path, content);
+        sandbox::Outcome o = RunDevice(tree, c.props, [&](sandbox::Context& ctx) {
+            Impl()->loadSimSwitchOverrideProperties(c.trigger, ctx.sink());
+        });
         ASSERT_DEVICE_RAN(o);
-        EXPECT_EQ(o.FileContent(kSplash), "........");
-        EXPECT_THAT(InfoRecords(o), ElementsAre(Info("No logo resource found")));
+        EXPECT_EQ(o.FileContent(kSplash), c.splash_after);
+        EXPECT_EQ(PropertyAt(o, kCopiedDate), c.copied_date);
+        EXPECT_EQ(InfoRecords(o), c.logs);
     }
-}
-
-TEST(LogoCopyTest, MissingSplashPartitionIsReported) {
-    sandbox::Outcome o = TriggerLogoCopy(
-            sandbox::DeviceTree().File(kLogoImage, "IMG").Dir("/dev/block/by-name"), kBootTrigger);
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_FALSE(o.Exists(kSplash));
-    EXPECT_THAT(InfoRecords(o), ElementsAre(Info("Can not access the target Partition")));
-}
-
-TEST(LogoCopyTest, SourceLargerThanThePartitionIsNotCopied) {
-    sandbox::Outcome o = TriggerLogoCopy(
-            sandbox::DeviceTree().File(kLogoImage, "IMG").File(kSplash, ".."), kBootTrigger);
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_EQ(o.FileContent(kSplash), "..");
-    EXPECT_EQ(o.properties[kCopiedDate], "");
-    EXPECT_THAT(InfoRecords(o), ElementsAre(Info("Logo resource is too large")));
 }
 
 }  // namespace

@@ -72,6 +72,13 @@ inline const PropertyMap kSpecialSeed = {{"ro.vendor.zelva.version_suffix", "T"}
                                          {"ro.build.display.id", "QX100_11"}};
 inline const SentBatch kSpecialBatch = Ordinary({{"ro.vendor.zelva.exp.version", "QX100T_11"}});
 
+// The value of |name| in the device's property store at the end; nullopt when never set.
+inline std::optional<std::string> PropertyAt(const sandbox::Outcome& o, const std::string& name) {
+    const auto it = o.properties.find(name);
+    if (it == o.properties.end()) return std::nullopt;
+    return it->second;
+}
+
 // |base| with |more| added.
 inline PropertyMap With(PropertyMap base, const PropertyMap& more) {
     for (const auto& [name, value] : more) base[name] = value;
