@@ -18,66 +18,60 @@ const std::string kSsv = "/mnt/vendor/zelvareserve/system/ssv/";
 const std::string kShutdown = "persist.sys.911.shutdown";
 const std::string kRecopy = "persist.sys.recopy.preload.opinstalled";
 
-struct Row {
-    std::string name;
-    PropertyMap properties;
-    std::vector<SentBatch> sent;
-    std::vector<LogRecord> logs = {};
-};
+const std::string kSuffix = "ro.vendor.zelva.version_suffix";
+const std::string kDisplayId = "ro.build.display.id";
 
-// Runs |fn| for each row and expects the row's batches and log records (INFO and above).
-void ExpectRows(const sandbox::DeviceTree& tree, const std::vector<Row>& rows,
-                void (*fn)(PropertySink)) {
-    sandbox::Outcome outcome = RunRows<Row>(tree, rows, [&](sandbox::Context& ctx, const Row&) {
-        fn(ctx.sink());
+TEST(SpecialPropertiesTest, ExperienceVersionSplicesSuffixBeforeFirstUnderscoreOfDisplayId) {
+    struct Row {
+        std::string name;
+        PropertyMap properties;
+        std::optional<std::string> version;
+    };
+    const std::vector<Row> rows = {
+            {"spliced", {{kSuffix, "T"}, {kDisplayId, "A_B_C"}}, "AT_B_C"},
+            {"id starts with '_'", {{kSuffix, "T"}, {kDisplayId, "_11"}}, std::nullopt},
+            {"id without '_'", {{kSuffix, "T"}, {kDisplayId, "QX100"}}, std::nullopt},
+            {"no suffix", {{kDisplayId, "Q_1"}}, std::nullopt}};
+    sandbox::Outcome outcome = RunRows<Row>(sandbox::DeviceTree(), rows, [](auto& ctx, const Row&) {
+        loadSpecialProperties(ctx.sink());
     });
     ASSERT_DEVICE_RAN(outcome);
     for (const Row& row : rows) {
-        EXPECT_EQ(SentBatches(outcome, row.name), row.sent) << row.name;
-        EXPECT_EQ(LogRecords(outcome, {.step = row.name, .min_severity = android::base::INFO}),
-                  row.logs)
-                << row.name;
+        std::vector<SentBatch> sent;
+        if (row.version) sent.push_back(Ordinary({{"ro.vendor.zelva.exp.version", *row.version}}));
+        EXPECT_EQ(SentBatches(outcome, row.name), sent) << row.name;
     }
 }
 
-TEST(SpecialPropertiesTest, ExperienceVersionSplicesSuffixBeforeFirstUnderscoreOfDisplayId) {
-    const std::string suffix = "ro.vendor.zelva.version_suffix", id = "ro.build.display.id";
-    ExpectRows(sandbox::DeviceTree(),
-               {{.name = "spliced",
-                 .properties = {{suffix, "T"}, {id, "A_B_C"}},
-                 .sent = {Ordinary({{"ro.vendor.zelva.exp.version", "AT_B_C"}})}},
-                {.name = "id starts with underscore",
-                 .properties = {{suffix, "T"}, {id, "_11"}},
-                 .sent = {}},
-                {.name = "id without underscore",
-                 .properties = {{suffix, "T"}, {id, "QX100"}},
-                 .sent = {}},
-                {.name = "no suffix", .properties = {{id, "Q_1"}}, .sent = {}}},
-               loadSpecialProperties);
-}
-
-TEST(SpecialPropertiesTest, DisplayVersionNameIsWhatFollowsFirstDashOfCarrierElseRegionName) {
+TEST(SpecialPropertiesTest, DisplayVersionNameFollowsFirstDashOfCarrierElseRegionName) {
     const std::string carrier = "ro.zelva.image.my_carrier.version_name";
     const std::string region = "ro.zelva.image.my_region.version_name";
     const std::string display = "ro.zelva.customize.display.version_name";
-    auto named = [&](const std::string& name) {
-        return Row{.name = name, .properties = {}, .sent = {Ordinary({{display, name}})},
-                   .logs = {Info("customize dispaly version " + name)}};
+    struct Row {
+        std::string name;
+        PropertyMap properties;
+        std::optional<std::string> display_name;  // logged, and sent unless empty
     };
-    Row region_only = named("B-C"), carrier_first = named("Red"), leading_dash = named("-Green");
-    region_only.properties = {{region, "R-B-C"}};
-    carrier_first.properties = {{carrier, "Red"}, {region, "R-B"}};
-    leading_dash.properties = {{carrier, "-Green"}};
-    ExpectRows(sandbox::DeviceTree(),
-               {region_only, carrier_first, leading_dash,
-                {.name = "nothing after the dash",
-                 .properties = {{carrier, "V1-"}},
-                 .sent = {},
-                 .logs = {Info("customize dispaly version ")}},
-                {.name = "set by a partition",
-                 .properties = {{display, "X"}, {carrier, "V1-G"}},
-                 .sent = {}}},
-               loadSpecialProperties);
+    const std::vector<Row> rows = {
+            {"region's", {{region, "R-B-C"}}, "B-C"},
+            {"carrier's first", {{carrier, "Red"}, {region, "R-B"}}, "Red"},
+            {"leading dash kept", {{carrier, "-Green"}}, "-Green"},
+            {"nothing after dash", {{carrier, "V1-"}}, ""},
+            {"set by a partition", {{display, "X"}, {carrier, "V1-G"}}, std::nullopt}};
+    sandbox::Outcome outcome = RunRows<Row>(sandbox::DeviceTree(), rows, [](auto& ctx, const Row&) {
+        loadSpecialProperties(ctx.sink());
+    });
+    ASSERT_DEVICE_RAN(outcome);
+    for (const Row& row : rows) {
+        std::vector<SentBatch> sent;
+        std::vector<LogRecord> logs;
+        if (row.display_name)
+            logs.push_back(Info("customize dispaly version " + *row.display_name));
+        if (row.display_name.value_or("") != "")
+            sent.push_back(Ordinary({{display, *row.display_name}}));
+        EXPECT_EQ(SentBatches(outcome, row.name), sent) << row.name;
+        EXPECT_EQ(LogRecords(outcome, {.step = row.name}), logs) << row.name;
+    }
 }
 
 // The files the channel reset deletes; the last two only when they can be opened.
@@ -90,13 +84,16 @@ const std::vector<std::string> kResetFiles = {
 // |unopenable|.
 sandbox::Outcome RunChannelReset(const PropertyMap& properties, bool unopenable) {
     const sandbox::DeviceTree tree = sandbox::DeviceTree().Dir(kCust + "sim_switch").Dir(kSsv);
-    return RunInDevice(tree, [&](sandbox::Context& ctx) {
+    return RunInDevice(tree, {.properties = properties}, [&](sandbox::Context& ctx) {
         for (const std::string& file : kResetFiles) {
-            if (unopenable) MakeUnopenable(file);
-            else android::base::WriteStringToFile("a=1", file);
+            if (unopenable) {
+                MakeUnopenable(file);
+            } else {
+                android::base::WriteStringToFile("a=1", file);
+            }
         }
         checkAndRestoreChannelInfo(ctx.sink());
-    }, {.properties = properties});
+    });
 }
 
 std::vector<bool> ResetFilesLeft(const sandbox::Outcome& outcome) {
@@ -106,10 +103,10 @@ std::vector<bool> ResetFilesLeft(const sandbox::Outcome& outcome) {
 }
 
 TEST(ChannelResetTest, EmergencyShutdownClearsChannelAndMarksNoRecopy) {
-    sandbox::Outcome outcome = RunChannelReset(
-            {{kShutdown, "1"}, {"persist.sys.channel.info", "c"},
-             {"persist.sys.channel.country.info", "c"}},
-            /*unopenable=*/true);
+    sandbox::Outcome outcome = RunChannelReset({{kShutdown, "1"},
+                                                {"persist.sys.channel.info", "c"},
+                                                {"persist.sys.channel.country.info", "c"}},
+                                               /*unopenable=*/true);
     ASSERT_DEVICE_RAN(outcome);
     EXPECT_THAT(SentBatches(outcome), ElementsAre(Restore({{"persist.sys.channel.country.info", ""},
                                                            {"persist.sys.channel.info", ""},
@@ -123,9 +120,9 @@ TEST(ChannelResetTest, AnyApkRemovalFlagResetsEveryFlagAndAsksForRecopy) {
                                      {"persist.sys.remove.carrier.apk", "false"},
                                      {"persist.sys.remove.region-all.apk", "false"},
                                      {"persist.sys.remove.region.apk", "false"}});
-    for (const std::string flag : {"persist.sys.remove.carrier.apk",
-                                   "persist.sys.remove.region-all.apk",
-                                   "persist.sys.remove.region.apk"}) {
+    for (const std::string flag :
+         {"persist.sys.remove.carrier.apk", "persist.sys.remove.region-all.apk",
+          "persist.sys.remove.region.apk"}) {
         sandbox::Outcome outcome =
                 RunChannelReset({{kShutdown, "1"}, {flag, "x"}}, /*unopenable=*/false);
         ASSERT_DEVICE_RAN(outcome);
@@ -147,18 +144,19 @@ TEST(ChannelResetTest, OnlyExactShutdownMarkerWithRecopyUnsetStartsAReset) {
 
 TEST(DataSpecialFilesTest, EachFileThatExistsSendsTheMapOfBothSoFarEvenWhenItFailsToLoad) {
     const std::string channel = kResetFiles[0], common = kResetFiles[2];
-    sandbox::Outcome outcome = RunInDevice(sandbox::DeviceTree().Dir(kCust), [&](sandbox::Context& ctx) {
-        ctx.SetStep("none");
-        loadDataSpecialProperties(ctx.sink());
-        android::base::WriteStringToFile("a=1", channel);
-        android::base::WriteStringToFile("b=2", common);
-        ctx.SetStep("both");
-        loadDataSpecialProperties(ctx.sink());
-        MakeUnopenable(channel);
-        MakeUnopenable(common);
-        ctx.SetStep("unopenable");
-        loadDataSpecialProperties(ctx.sink());
-    });
+    sandbox::Outcome outcome =
+            RunInDevice(sandbox::DeviceTree().Dir(kCust), [&](sandbox::Context& ctx) {
+                ctx.SetStep("none");
+                loadDataSpecialProperties(ctx.sink());
+                android::base::WriteStringToFile("a=1", channel);
+                android::base::WriteStringToFile("b=2", common);
+                ctx.SetStep("both");
+                loadDataSpecialProperties(ctx.sink());
+                MakeUnopenable(channel);
+                MakeUnopenable(common);
+                ctx.SetStep("unopenable");
+                loadDataSpecialProperties(ctx.sink());
+            });
     ASSERT_DEVICE_RAN(outcome);
     EXPECT_THAT(SentBatches(outcome, "none"), IsEmpty());
     EXPECT_THAT(SentBatches(outcome, "both"),
@@ -174,19 +172,20 @@ const std::string kForce = "ro.zelva.internet.force.connect";
 const std::string kWhetherForce = "ro.zelva.internet.whether.force.connect";
 
 TEST(ForcedConnectionTest, AfterEmergencyShutdownForcesConnectionAndRecordsIt) {
-    sandbox::Outcome outcome = RunInDevice(sandbox::DeviceTree().Dir(kSsv), [](sandbox::Context& ctx) {
-        forceInternetConnection(ctx.sink());
-    }, {.properties = {{kShutdown, "1"}, {kWhetherForce, "1"}}});
+    sandbox::Outcome outcome =
+            RunInDevice(sandbox::DeviceTree().Dir(kSsv),
+                        {.properties = {{kShutdown, "1"}, {kWhetherForce, "1"}}},
+                        [](sandbox::Context& ctx) { forceInternetConnection(ctx.sink()); });
     ASSERT_DEVICE_RAN(outcome);
     EXPECT_THAT(SentBatches(outcome), ElementsAre(Ordinary({{kForce, "1"}})));
     EXPECT_EQ(FileAt(outcome, kForceFile), (FileState{.content = kForce + "=1\n", .mode = 0600}));
 }
 
 TEST(ForcedConnectionTest, FailedRecordStillForcesConnection) {
-    sandbox::Outcome outcome = RunInDevice(sandbox::DeviceTree().Socket(kForceFile),
-                                           [](sandbox::Context& ctx) {
-        forceInternetConnection(ctx.sink());
-    }, {.properties = {{kShutdown, "1"}, {kWhetherForce, "1"}}});
+    sandbox::Outcome outcome =
+            RunInDevice(sandbox::DeviceTree().Socket(kForceFile),
+                        {.properties = {{kShutdown, "1"}, {kWhetherForce, "1"}}},
+                        [](sandbox::Context& ctx) { forceInternetConnection(ctx.sink()); });
     ASSERT_DEVICE_RAN(outcome);
     EXPECT_THAT(SentBatches(outcome), ElementsAre(Ordinary({{kForce, "1"}})));
     EXPECT_THAT(LogRecords(outcome, {.min_severity = ERROR}),
@@ -195,15 +194,23 @@ TEST(ForcedConnectionTest, FailedRecordStillForcesConnection) {
 }
 
 TEST(ForcedConnectionTest, NeedsExactMarkersAndNoForcedValueYet) {
-    const PropertyMap forcing = {{kShutdown, "1"}, {kWhetherForce, "1"}};
+    struct Row {
+        std::string name;
+        PropertyMap properties;
+    };
     std::vector<Row> rows;
-    for (const auto& [name, value] : PropertyMap{{kShutdown, "1 "}, {kWhetherForce, "11"},
-                                                 {kForce, "0"}}) {
-        PropertyMap properties = forcing;
+    for (const auto& [name, value] :
+         PropertyMap{{kShutdown, "1 "}, {kWhetherForce, "11"}, {kForce, "0"}}) {
+        PropertyMap properties = {{kShutdown, "1"}, {kWhetherForce, "1"}};
         properties[name] = value;
-        rows.push_back({.name = name + "=" + value, .properties = properties, .sent = {}});
+        rows.push_back({.name = name + "=" + value, .properties = properties});
     }
-    ExpectRows(sandbox::DeviceTree().Dir(kSsv), rows, forceInternetConnection);
+    sandbox::Outcome outcome =
+            RunRows<Row>(sandbox::DeviceTree().Dir(kSsv), rows,
+                         [](auto& ctx, const Row&) { forceInternetConnection(ctx.sink()); });
+    ASSERT_DEVICE_RAN(outcome);
+    EXPECT_THAT(SentBatches(outcome), IsEmpty());
+    EXPECT_FALSE(outcome.Exists(kForceFile));
 }
 
 const std::string kDeviceName = "/my_product/cust/EU/etc/devicename.cfg";
@@ -221,11 +228,12 @@ sandbox::DeviceTree DeviceWithStorage(long long sectors, std::optional<std::stri
     return tree;
 }
 
-sandbox::Outcome RunMarketName(const sandbox::DeviceTree& tree, const PropertyMap& properties = {}) {
+sandbox::Outcome RunMarketName(const sandbox::DeviceTree& tree,
+                               const PropertyMap& properties = {}) {
     PropertyMap with_userdata = properties;
     with_userdata["dev.mnt.blk.userdata"] = "sda";
-    return RunInDevice(tree, [](sandbox::Context& ctx) { updateMarketName(ctx.sink()); },
-                       {.properties = with_userdata});
+    return RunInDevice(tree, {.properties = with_userdata},
+                       [](sandbox::Context& ctx) { updateMarketName(ctx.sink()); });
 }
 
 constexpr long long k256GiB = 256LL << 21;  // in 512-byte sectors
@@ -233,10 +241,12 @@ constexpr long long k256GiB = 256LL << 21;  // in 512-byte sectors
 TEST(MarketNameTest, ConfidentialBuildPublishesNoMarketName) {
     for (const auto& [confidential, published] :
          std::vector<std::pair<std::string, bool>>{{"true", false}, {"TRUE", true}}) {
-        sandbox::Outcome outcome = RunMarketName(DeviceWithStorage(k256GiB, "256"),
-                                                 {{"ro.version.softwareconfidential", confidential}});
+        sandbox::Outcome outcome =
+                RunMarketName(DeviceWithStorage(k256GiB, "256"),
+                              {{"ro.version.softwareconfidential", confidential}});
         ASSERT_DEVICE_RAN(outcome);
-        EXPECT_EQ(SentBatches(outcome), published ? std::vector{kMarketName} : std::vector<SentBatch>{})
+        EXPECT_EQ(SentBatches(outcome),
+                  published ? std::vector{kMarketName} : std::vector<SentBatch>{})
                 << confidential;
     }
 }

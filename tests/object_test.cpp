@@ -22,15 +22,18 @@ TEST(ObjectAbiTest, EverySlotReachesItsOperation) {
             dlsym(library, "QRAV_FETCH_IInitExtensionProperty"));
     ASSERT_NE(fetch, nullptr) << dlerror();
     // Each slot that sends batches finds a property of its own to send.
-    const PropertyMap props = {
-            {"ro.sys.custommedia.sourcepath", "/my_media"}, {"sys.cotaimg.verify", "1"},
-            {"sys.sim.switch.first", "SF"}, {"sys.cota.load.properties", "/cota"}};
+    const PropertyMap props = {{"ro.sys.custommedia.sourcepath", "/my_media"},
+                               {"sys.cotaimg.verify", "1"},
+                               {"sys.sim.switch.first", "SF"},
+                               {"sys.cota.load.properties", "/cota"}};
     sandbox::DeviceTree tree;
-    tree.File("/odm/build.prop", "odm=1").File("/one/build.prop", "one=1")
-            .File("/cota/build.prop", "cota=1").File("/my_company/etc/build.prop", "nightjar=1")
+    tree.File("/odm/build.prop", "odm=1")
+            .File("/one/build.prop", "one=1")
+            .File("/cota/build.prop", "cota=1")
+            .File("/my_company/etc/build.prop", "nightjar=1")
             .File("/my_product/properties/SF/SimSwitchFirstTime/a.prop", "simswitch=1")
             .File("/data/system/customize/cloud-config/data_cloud_prop_file.prop", "cloud=1");
-    sandbox::Outcome outcome = RunInDevice(tree, [&](sandbox::Context& ctx) {
+    sandbox::Outcome outcome = RunInDevice(tree, {.properties = props}, [&](sandbox::Context& ctx) {
         I* obj = fetch("libzelvaextproperty.so");
         obj->setLibName("third");
         ctx.SetStep("slot 3");
@@ -55,7 +58,7 @@ TEST(ObjectAbiTest, EverySlotReachesItsOperation) {
         ctx.Note("slot 11", std::to_string(result) + " with " + std::to_string(calls) + " batches");
         ctx.SetStep("slot 12");
         obj->loadCotaServiceOverrideProperties("no_such_command", ctx.sink());
-    }, {.properties = props});
+    });
     ASSERT_DEVICE_RAN(outcome);
     EXPECT_EQ(outcome.notes, (PropertyMap{{"slot 4", "every listed directory"},
                                           {"slot 5", "the one directory"},
@@ -68,7 +71,8 @@ TEST(ObjectAbiTest, EverySlotReachesItsOperation) {
     EXPECT_THAT(SentBatches(outcome, "slot 6"), AllOf(carrying("cloud"), carrying("simswitch")));
     EXPECT_THAT(SentBatches(outcome, "slot 7"), carrying("cota"));
     EXPECT_THAT(SentBatches(outcome, "slot 8"), carrying("nightjar"));
-    EXPECT_THAT(SentBatches(outcome, "slot 9"), AllOf(carrying("simswitch"), Not(carrying("cloud"))));
+    EXPECT_THAT(SentBatches(outcome, "slot 9"),
+                AllOf(carrying("simswitch"), Not(carrying("cloud"))));
     EXPECT_THAT(SentBatches(outcome, "slot 10"), AllOf(carrying("simswitch"), carrying("cloud")));
     EXPECT_THAT(LogRecords(outcome, {.step = "slot 3"}),
                 Contains(Info("Mount ringtones result :-1")));

@@ -30,10 +30,11 @@ TEST(PartitionTest, BuildPropsOfListedDirectoriesLoadInListOrderIntoHostsMap) {
     EXPECT_EQ(ShownMap(outcome, "loaded"), (PropertyMap{{"a", "company"}, {"b", "odm"}}));
     const std::string overriding = "Overriding previous 'ro.' property 'a':";
     EXPECT_THAT(LogRecords(outcome, {.min_severity = WARNING, .parser = true}),
-                testing::IsSupersetOf({Warning(overriding + "'host' with new value 'odm'"),
-                                       Warning(overriding + "'odm' with new value 'v'"),
-                                       Warning(overriding + "'v' with new value 'company'"),
-                                       Error("partition property load failed:/my_carrier/build.prop")}));
+                testing::IsSupersetOf(
+                        {Warning(overriding + "'host' with new value 'odm'"),
+                         Warning(overriding + "'odm' with new value 'v'"),
+                         Warning(overriding + "'v' with new value 'company'"),
+                         Error("partition property load failed:/my_carrier/build.prop")}));
 }
 
 TEST(PartitionTest, RealCarrierImageMarksCustomizationVersionUnlessAPartitionSetIt) {
@@ -43,13 +44,11 @@ TEST(PartitionTest, RealCarrierImageMarksCustomizationVersionUnlessAPartitionSet
         bool marked;
     };
     const std::vector<Row> rows = {
-            {.name = "empty image", .props = {{kCarrierType, "empty"}}, .marked = false},
-            {.name = "type compared as it stands", .props = {{kCarrierType, "empty "}}, .marked = true},
-            {.name = "type compared case-sensitively", .props = {{kCarrierType, "Empty"}}, .marked = true},
-            {.name = "version set, even empty",
-             .props = {{kCarrierType, "full"}, {kCustVersion, ""}},
-             .marked = false},
-            {.name = "no carrier type", .props = {{kCustVersion, "7"}}, .marked = false}};
+            {"empty image", {{kCarrierType, "empty"}}, false},
+            {"type compared as it stands", {{kCarrierType, "empty "}}, true},
+            {"type compared case-sensitively", {{kCarrierType, "Empty"}}, true},
+            {"version set, even empty", {{kCarrierType, "full"}, {kCustVersion, ""}}, false},
+            {"no carrier type", {{kCustVersion, "7"}}, false}};
     sandbox::Outcome outcome = RunInDevice(sandbox::DeviceTree(), [&](sandbox::Context& ctx) {
         for (const Row& row : rows) {
             PropertyMap map = row.props;
@@ -105,8 +104,9 @@ TEST(PartitionTest, DirectoryLoadsOnlyItsOwnDotPropFiles) {
 }
 
 // The six key sets in the order they load; each set's key is its own name.
-const std::vector<std::string> kSets = {"nv", "ssv", "SimSwitchCurrentTime", "SimSwitchFirstTime",
-                                        "switchCarrierChannel", "regionSwitch"};
+const std::vector<std::string> kSets = {
+        "nv",          "ssv", "SimSwitchCurrentTime", "SimSwitchFirstTime", "switchCarrierChannel",
+        "regionSwitch"};
 
 // A partition /p where every set holds k=<set> and <set>=1; the NV and SSV sets are files of
 // etc/, the others directories of properties/. What an empty key would name holds e=1.
@@ -123,8 +123,12 @@ sandbox::DeviceTree PartitionWithEverySet() {
 
 // The object's keys in the order of kSets.
 std::vector<std::string*> KeysOf(android::init::InitExtensionPropertyImpl* o) {
-    return {&o->nvOldKey, &o->ssvOldKey, &o->simSwitchCurrentKey, &o->simSwitchFirstKey,
-            &o->switchCarrierChannelKey, &o->regionSwitchKey};
+    return {&o->nvOldKey,
+            &o->ssvOldKey,
+            &o->simSwitchCurrentKey,
+            &o->simSwitchFirstKey,
+            &o->switchCarrierChannelKey,
+            &o->regionSwitchKey};
 }
 
 TEST(PartitionTest, EachKeyLoadsItsSetInFixedOrderSoALaterSetWins) {
@@ -148,8 +152,8 @@ TEST(PartitionTest, EachKeyLoadsItsSetInFixedOrderSoALaterSetWins) {
 }
 
 TEST(PartitionTest, UnreadableNvOrSsvFileIsAnErrorButAbsentOneIsSkipped) {
-    const sandbox::DeviceTree tree = PartitionWithEverySet().Symlink("/p/etc/build.lnk.prop",
-                                                                     "/p/etc/build.nv.prop");
+    const sandbox::DeviceTree tree =
+            PartitionWithEverySet().Symlink("/p/etc/build.lnk.prop", "/p/etc/build.nv.prop");
     sandbox::Outcome outcome = RunInDevice(tree, [](sandbox::Context& ctx) {
         PropertyMap map;
         ctx.SetStep("unreadable");

@@ -40,15 +40,17 @@ const PropertyMap kKeysOfEverySet = {{"sys.region.switch.first", "R"},
 
 TEST(PriorityLoaderTest, EachSourceOverridesEverySourceBelowIt) {
     sandbox::DeviceTree tree;
-    for (size_t i = 0; i < kSources.size(); ++i) tree.File(kSources[i].path, "p=" + std::to_string(i));
+    for (size_t i = 0; i < kSources.size(); ++i)
+        tree.File(kSources[i].path, "p=" + std::to_string(i));
     // Removing the winner after each load lets the next source win the next load.
-    sandbox::Outcome outcome = RunInDevice(tree, [](sandbox::Context& ctx) {
+    const sandbox::Options options = {.properties = kKeysOfEverySet, .apply_batches = false};
+    sandbox::Outcome outcome = RunInDevice(tree, options, [](sandbox::Context& ctx) {
         for (size_t i = 0; i < kSources.size(); ++i) {
             ctx.SetStep(std::to_string(i));
             Obj()->loadOverridePropertiesByPriority(ctx.sink());
             unlink(kSources[i].path.c_str());
         }
-    }, {.properties = kKeysOfEverySet, .apply_batches = false});
+    });
     ASSERT_DEVICE_RAN(outcome);
     for (size_t i = 0; i < kSources.size(); ++i) {
         EXPECT_THAT(SentBatches(outcome, std::to_string(i)),
@@ -58,9 +60,9 @@ TEST(PriorityLoaderTest, EachSourceOverridesEverySourceBelowIt) {
 }
 
 TEST(PriorityLoaderTest, AbsentFilesAreErrorsAbsentSetsAreNotAndNothingIsSent) {
-    sandbox::Outcome outcome = RunInDevice(sandbox::DeviceTree(), [](sandbox::Context& ctx) {
-        Obj()->loadOverridePropertiesByPriority(ctx.sink());
-    }, {.properties = kKeysOfEverySet});
+    sandbox::Outcome outcome = RunInDevice(
+            sandbox::DeviceTree(), {.properties = kKeysOfEverySet},
+            [](sandbox::Context& ctx) { Obj()->loadOverridePropertiesByPriority(ctx.sink()); });
     ASSERT_DEVICE_RAN(outcome);
     EXPECT_THAT(SentBatches(outcome), IsEmpty());
     std::vector<LogRecord> errors;  // in the order the files load
@@ -71,20 +73,21 @@ TEST(PriorityLoaderTest, AbsentFilesAreErrorsAbsentSetsAreNotAndNothingIsSent) {
 }
 
 TEST(PriorityLoaderTest, AKeyChangesOnlyWhenItsPropertyIsSet) {
-    sandbox::Outcome outcome = RunInDevice(sandbox::DeviceTree(), [](sandbox::Context& ctx) {
-        auto* o = Obj();
-        o->loadOverridePropertiesByPriority(ctx.sink());
-        hostplatform::ResetProperties();
-        hostplatform::SetProperty("sys.sim.switch.first", "F2");
-        o->loadOverridePropertiesByPriority(ctx.sink());
-        ctx.Note("region", o->regionSwitchKey);
-        ctx.Note("channel", o->switchCarrierChannelKey);
-        ctx.Note("current", o->simSwitchCurrentKey);
-        ctx.Note("first", o->simSwitchFirstKey);
-    }, {.properties = kKeysOfEverySet});
+    sandbox::Outcome outcome = RunInDevice(
+            sandbox::DeviceTree(), {.properties = kKeysOfEverySet}, [](sandbox::Context& ctx) {
+                auto* o = Obj();
+                o->loadOverridePropertiesByPriority(ctx.sink());
+                hostplatform::ResetProperties();
+                hostplatform::SetProperty("sys.sim.switch.first", "F2");
+                o->loadOverridePropertiesByPriority(ctx.sink());
+                ctx.Note("region", o->regionSwitchKey);
+                ctx.Note("channel", o->switchCarrierChannelKey);
+                ctx.Note("current", o->simSwitchCurrentKey);
+                ctx.Note("first", o->simSwitchFirstKey);
+            });
     ASSERT_DEVICE_RAN(outcome);
-    EXPECT_EQ(outcome.notes, (PropertyMap{{"region", "R"}, {"channel", "C"}, {"current", "CU"},
-                                          {"first", "F2"}}));
+    EXPECT_EQ(outcome.notes,
+              (PropertyMap{{"region", "R"}, {"channel", "C"}, {"current", "CU"}, {"first", "F2"}}));
 }
 
 const std::string kDate = "ro.zelva.image.my_company.date";
@@ -116,7 +119,7 @@ sandbox::DeviceTree DeviceWithCompany(const std::string& company_build_prop) {
 // result is the note "result", the SSV key after it the note "ssv".
 sandbox::Outcome RunPersistOverride(const sandbox::DeviceTree& tree, const PropertyMap& properties,
                                     std::optional<ResolvedKeys> keys) {
-    return RunInDevice(tree, [&](sandbox::Context& ctx) {
+    return RunInDevice(tree, {.properties = properties}, [&](sandbox::Context& ctx) {
         auto* o = Obj();
         if (keys) {
             o->nvOldFlag = o->nvOldKey = o->simSwitchCurrentKey = "x";
@@ -126,7 +129,7 @@ sandbox::Outcome RunPersistOverride(const sandbox::DeviceTree& tree, const Prope
         }
         ctx.Note("result", std::to_string(o->loadPersistOverrideProperties(ctx.sink())));
         ctx.Note("ssv", o->ssvOldKey);
-    }, {.properties = properties});
+    });
 }
 
 TEST(PersistOverrideTest, FirstCallOfBootSendsEveryBatchInOrder) {
@@ -140,23 +143,24 @@ TEST(PersistOverrideTest, FirstCallOfBootSendsEveryBatchInOrder) {
             DeviceWithCompany("persist.company=1\nro.company=1\n"), properties, std::nullopt);
     ASSERT_DEVICE_RAN(outcome);
     EXPECT_EQ(outcome.notes.at("result"), "0");
-    EXPECT_THAT(SentBatches(outcome),
-                ElementsAre(Restore({{"persist.sys.recopy.preload.opinstalled", "none"}}),
-                            kFlashbackInvalid,  // the switch keys
-                            Ordinary({{"cloud", "1"}, {"persist.company", "1"}, {"ro.company", "1"}}),
-                            Company({{"persist.company", "1"}}), Restore({{kBackup, "D1"}}),
-                            Ordinary({{"ro.vendor.zelva.exp.version", "QT_1"}}),
-                            Ordinary({{"ro.zelva.internet.force.connect", "1"}}),
-                            Ordinary({{"ro.product.littletail_model", "X"},
-                                      {"ro.product.littletail_type", "T"},
-                                      {"ro.vendor.zelva.market.name", "M"}})));
+    EXPECT_THAT(
+            SentBatches(outcome),
+            ElementsAre(Restore({{"persist.sys.recopy.preload.opinstalled", "none"}}),
+                        kFlashbackInvalid,  // the switch keys
+                        Ordinary({{"cloud", "1"}, {"persist.company", "1"}, {"ro.company", "1"}}),
+                        Company({{"persist.company", "1"}}), Restore({{kBackup, "D1"}}),
+                        Ordinary({{"ro.vendor.zelva.exp.version", "QT_1"}}),
+                        Ordinary({{"ro.zelva.internet.force.connect", "1"}}),
+                        Ordinary({{"ro.product.littletail_model", "X"},
+                                  {"ro.product.littletail_type", "T"},
+                                  {"ro.vendor.zelva.market.name", "M"}})));
 }
 
 TEST(PersistOverrideTest, LaterCallSkipsKeysAndSourcesButHandsOverCompanyAndSpecials) {
-    const PropertyMap properties = {{kDate, "D1"}, {"ro.vendor.zelva.version_suffix", "T"},
-                                    {"ro.build.display.id", "A_B"}};
-    sandbox::Outcome outcome =
-            RunPersistOverride(DeviceWithCompany("ro.only=1"), properties, ResolvedKeys{.ssv = "s"});
+    const PropertyMap properties = {
+            {kDate, "D1"}, {"ro.vendor.zelva.version_suffix", "T"}, {"ro.build.display.id", "A_B"}};
+    sandbox::Outcome outcome = RunPersistOverride(DeviceWithCompany("ro.only=1"), properties,
+                                                  ResolvedKeys{.ssv = "s"});
     ASSERT_DEVICE_RAN(outcome);
     // A company image of "ro." names only: no company batch, but its date is kept.
     EXPECT_THAT(SentBatches(outcome),
@@ -175,33 +179,14 @@ TEST(PersistOverrideTest, OperatorPairGivesLowerCaseSsvKeyOnlyWhenThereIsNone) {
         std::string ssv_after;
         std::vector<SentBatch> sent;
     };
-    for (const Row& row : std::vector<Row>{
-                 {.name = "both operators",
-                  .operators = both,
-                  .keys = {},
-                  .ssv_after = "mcc-open",
-                  .sent = {sources}},
-                 {.name = "only operator A",
-                  .operators = {{kOperatorA, "MCC"}},
-                  .keys = {},
-                  .ssv_after = "",
-                  .sent = {}},
-                 {.name = "only operator B",
-                  .operators = {{kOperatorB, "Open"}},
-                  .keys = {},
-                  .ssv_after = "",
-                  .sent = {}},
-                 {.name = "SSV key already there",
-                  .operators = both,
-                  .keys = {.ssv = "keep"},
-                  .ssv_after = "keep",
-                  .sent = {}},
-                 // Without a first key the switch keys are resolved first.
-                 {.name = "no first key",
-                  .operators = both,
-                  .keys = {.first = ""},
-                  .ssv_after = "mcc-open",
-                  .sent = {kFlashbackInvalid, sources}}}) {
+    const std::vector<Row> rows = {
+            {"both operators", both, {}, "mcc-open", {sources}},
+            {"only operator A", {{kOperatorA, "MCC"}}, {}, "", {}},
+            {"only operator B", {{kOperatorB, "Open"}}, {}, "", {}},
+            {"SSV key already there", both, {.ssv = "keep"}, "keep", {}},
+            // Without a first key the switch keys are resolved first.
+            {"no first key", both, {.first = ""}, "mcc-open", {kFlashbackInvalid, sources}}};
+    for (const Row& row : rows) {
         sandbox::Outcome outcome =
                 RunPersistOverride(DeviceWithCompany("ro.only=1"), row.operators, row.keys);
         ASSERT_DEVICE_RAN(outcome);
@@ -212,13 +197,16 @@ TEST(PersistOverrideTest, OperatorPairGivesLowerCaseSsvKeyOnlyWhenThereIsNone) {
 
 TEST(PersistOverrideTest, NewCompanyImageHandsOverItsNonRoPropertiesAndRegionSetThenItsDate) {
     const std::string company = "ro.a=1\npersist.b=2\nsys.c=3\nRO.d=4\nrom.e=5\n";
-    sandbox::Outcome outcome = RunPersistOverride(
-            DeviceWithCompany(company), {{kDate, "D2"}, {kBackup, "D1"}}, ResolvedKeys{.region = "R"});
+    sandbox::Outcome outcome =
+            RunPersistOverride(DeviceWithCompany(company), {{kDate, "D2"}, {kBackup, "D1"}},
+                               ResolvedKeys{.region = "R"});
     ASSERT_DEVICE_RAN(outcome);
-    EXPECT_THAT(SentBatches(outcome),
-                ElementsAre(Company({{"RO.d", "4"}, {"persist.b", "2"}, {"persist.r", "1"},
-                                     {"rom.e", "5"}, {"sys.c", "3"}}),
-                            Restore({{kBackup, "D2"}})));
+    EXPECT_THAT(SentBatches(outcome), ElementsAre(Company({{"RO.d", "4"},
+                                                           {"persist.b", "2"},
+                                                           {"persist.r", "1"},
+                                                           {"rom.e", "5"},
+                                                           {"sys.c", "3"}}),
+                                                  Restore({{kBackup, "D2"}})));
 }
 
 TEST(PersistOverrideTest, AbsentCompanyDateDiffersFromAKeptOneAndIsKeptEmpty) {

@@ -5,8 +5,8 @@
 #include <android-base/strings.h>
 
 #include "ZelvaExtensionProperty.h"
-#include "hostplatform/property_store.h"
 #include "expectations.h"
+#include "hostplatform/property_store.h"
 #include "test_support.h"
 
 namespace zelva_test {
@@ -14,7 +14,9 @@ namespace zelva_test {
 // Rows of cases; the first field of a row names its properties.
 using Table = std::vector<std::vector<std::string>>;
 
-inline auto* Obj() { return android::init::InitExtensionPropertyImpl::getInstance(); }
+inline auto* Obj() {
+    return android::init::InitExtensionPropertyImpl::getInstance();
+}
 
 // Inside the device: hands |map| back to the test under |name|, so that a map the library
 // filled (rather than sent) can be compared there as a value.
@@ -63,8 +65,10 @@ inline PropertyMap Props(const std::string& text) {
 // can't be opened), else it is written as a file.
 inline void Put(const std::string& path, const std::string& content) {
     unlink(path.c_str());
-    if (content == "<socket>") mknod(path.c_str(), S_IFSOCK | 0600, 0);
-    else if (content != "-") android::base::WriteStringToFile(content, path);
+    if (content == "<socket>")
+        mknod(path.c_str(), S_IFSOCK | 0600, 0);
+    else if (content != "-")
+        android::base::WriteStringToFile(content, path);
 }
 
 // Runs fn(ctx, i) for each case as step "i" in one sandbox, the store holding the case's

@@ -65,8 +65,8 @@ TEST_F(PropertyFileTest, LinesWithoutEqualsSignAreSkippedAndAnyOtherLineIsAPrope
     // No control properties are singled out, "import" followed by "=" is a name, and the last
     // line needs no line feed.
     const std::string path = Write("a.prop", "noequals\n=v\nz=\nimport\nimport=2\nctl.s=x\nl=1");
-    EXPECT_EQ(Load(path), (PropertyMap{{"", "v"}, {"ctl.s", "x"}, {"import", "2"}, {"l", "1"},
-                                       {"z", ""}}));
+    EXPECT_EQ(Load(path),
+              (PropertyMap{{"", "v"}, {"ctl.s", "x"}, {"import", "2"}, {"l", "1"}, {"z", ""}}));
     EXPECT_THAT(Load(Write("empty.prop", "")), IsEmpty());
 }
 
@@ -75,16 +75,18 @@ TEST_F(PropertyFileTest, LaterValueReplacesEarlierOneWithWarningAndMapIsAddedTo)
     EXPECT_EQ(Load(path, nullptr, {{"p", "old"}, {"k", "v"}}),
               (PropertyMap{{"a", "2"}, {"b", "x"}, {"k", "v"}, {"p", "new"}}));
     // A line that repeats a value changes nothing and says nothing.
-    EXPECT_THAT(LogRecords(log_, WARNING),
-                ElementsAre(Warning("Overriding previous 'ro.' property 'a':'1' with new value '2'"),
-                            Warning("Overriding previous 'ro.' property 'p':'old' with new value "
-                                    "'new'")));
+    EXPECT_THAT(
+            LogRecords(log_, WARNING),
+            ElementsAre(Warning("Overriding previous 'ro.' property 'a':'1' with new value '2'"),
+                        Warning("Overriding previous 'ro.' property 'p':'old' with new value "
+                                "'new'")));
 }
 
 TEST_F(PropertyFileTest, FilterTakesExactNameOrPrefixAndAnyFilterSkipsImports) {
     Write("deep.prop", "deep=1\n");
-    const std::string path = Write("ro.prop", "ro.p.n=n\nro.px=x\nro.a=1\nro.ab=2\n"
-                                              "import ${test.zelva.dir}/deep.prop\n");
+    const std::string path = Write("ro.prop",
+                                   "ro.p.n=n\nro.px=x\nro.a=1\nro.ab=2\n"
+                                   "import ${test.zelva.dir}/deep.prop\n");
     const PropertyMap all = {{"ro.a", "1"}, {"ro.ab", "2"}, {"ro.p.n", "n"}, {"ro.px", "x"}};
     PropertyMap with_import = all;
     with_import["deep"] = "1";
@@ -92,13 +94,13 @@ TEST_F(PropertyFileTest, FilterTakesExactNameOrPrefixAndAnyFilterSkipsImports) {
         const char* filter;
         PropertyMap loaded;
     };
-    for (const Row& row : std::vector<Row>{
-                 {.filter = "ro.p.*", .loaded = {{"ro.p.n", "n"}}},
-                 {.filter = "ro.a", .loaded = {{"ro.a", "1"}}},
-                 {.filter = "ro.a*", .loaded = {{"ro.a", "1"}, {"ro.ab", "2"}}},
-                 {.filter = "*", .loaded = all},
-                 {.filter = "", .loaded = with_import},
-                 {.filter = nullptr, .loaded = with_import}}) {
+    for (const Row& row :
+         std::vector<Row>{{.filter = "ro.p.*", .loaded = {{"ro.p.n", "n"}}},
+                          {.filter = "ro.a", .loaded = {{"ro.a", "1"}}},
+                          {.filter = "ro.a*", .loaded = {{"ro.a", "1"}, {"ro.ab", "2"}}},
+                          {.filter = "*", .loaded = all},
+                          {.filter = "", .loaded = with_import},
+                          {.filter = nullptr, .loaded = with_import}}) {
         EXPECT_EQ(Load(path, row.filter), row.loaded) << (row.filter ? row.filter : "no filter");
     }
 }
@@ -120,16 +122,18 @@ TEST_F(PropertyFileTest, ImportLoadsTheExpandedPathThroughItsOwnFilter) {
 TEST_F(PropertyFileTest, ImportOfAbsentFileIsSilentAndOfUnloadableOneLogsErrors) {
     Write("leaf.prop", "leaf=1\n");
     // A tab doesn't end the file name, so the last import names no file.
-    const std::string path = Write("top.prop", "import ${test.zelva.unset}/x\nimport /nonexistent/x\n"
-                                               "import ${test.zelva.dir}\n"
-                                               "import ${test.zelva.dir}/leaf.prop\tleaf\ntop=1\n");
+    const std::string path = Write("top.prop",
+                                   "import ${test.zelva.unset}/x\nimport /nonexistent/x\n"
+                                   "import ${test.zelva.dir}\n"
+                                   "import ${test.zelva.dir}/leaf.prop\tleaf\ntop=1\n");
     EXPECT_EQ(Load(path), (PropertyMap{{"top", "1"}}));
-    EXPECT_THAT(LogRecords(log_, WARNING),
-                ElementsAre(Error("Could not expand filename ': property 'test.zelva.unset' doesn't "
-                                  "exist while expanding '${test.zelva.unset}/x'"),
-                            Warning("Couldn't load property file '" + dir_ +
-                                    "': Unable to read file contents: Is a directory"),
-                            Error("expand filename load failed : " + dir_)));
+    EXPECT_THAT(
+            LogRecords(log_, WARNING),
+            ElementsAre(Error("Could not expand filename ': property 'test.zelva.unset' doesn't "
+                              "exist while expanding '${test.zelva.unset}/x'"),
+                        Warning("Couldn't load property file '" + dir_ +
+                                "': Unable to read file contents: Is a directory"),
+                        Error("expand filename load failed : " + dir_)));
 }
 
 TEST_F(PropertyFileTest, UnreadableFileFailsAndLeavesMapAsItWas) {
@@ -142,8 +146,9 @@ TEST_F(PropertyFileTest, UnreadableFileFailsAndLeavesMapAsItWas) {
 }
 
 TEST_F(PropertyFileTest, LookupTakesFirstLineWhoseNameStartsWithTheOneAskedFor) {
-    const std::string path = Write("a.prop", "a=1\r\na=2\n \t c \v= x = y\nctl.s=x\n# d=1\n"
-                                             "n\xa0 = 1\xa0\nimport x=y\nl=1");
+    const std::string path = Write("a.prop",
+                                   "a=1\r\na=2\n \t c \v= x = y\nctl.s=x\n# d=1\n"
+                                   "n\xa0 = 1\xa0\nimport x=y\nl=1");
     struct Row {
         const char* name;
         std::string value;
@@ -205,13 +210,15 @@ TEST(ExpandPropsTest, RefusesUnsetPropertiesAndMalformedReferences) {
                   .error = "property 'test.zelva.unset' doesn't exist while expanding "
                            "'${test.zelva.unset}'"},
                  // ":-" splits only with a name before it and a default after it.
-                 {.source = "${u:-}", .error = "property 'u:-' doesn't exist while expanding '${u:-}'"},
-                 {.source = "${:-b}", .error = "property ':-b' doesn't exist while expanding '${:-b}'"},
+                 {.source = "${u:-}",
+                 .error = "property 'u:-' doesn't exist while expanding '${u:-}'"},
+                 {.source = "${:-b}",
+                 .error = "property ':-b' doesn't exist while expanding '${:-b}'"},
                  {.source = "a/${u", .error = "unexpected end of string in 'a/${u', looking for }"},
                  {.source = "${}", .error = "invalid zero-length property name in '${}'"},
                  {.source = "$xy",
-                  .error = "using deprecated syntax for specifying property 'xy', use ${name} "
-                           "instead"}}) {
+                 .error = "using deprecated syntax for specifying property 'xy', use ${name} "
+                          "instead"}}) {
         EXPECT_EQ(ErrorOf(ExpandProps(row.source)), row.error) << row.source;
     }
 }
@@ -268,7 +275,9 @@ class FileHelperTest : public testing::Test {
     FileState StateOf(const std::string& path) {
         std::string content;
         EXPECT_TRUE(android::base::ReadFileToString(path, &content)) << path;
-        return {.content = content, .uid = getuid(), .gid = getgid(),
+        return {.content = content,
+                .uid = getuid(),
+                .gid = getgid(),
                 .mode = static_cast<mode_t>(std::filesystem::status(path).permissions())};
     }
     FileState Created(const std::string& content, mode_t mode) {
@@ -355,8 +364,7 @@ TEST_F(FileHelperTest, WriteFileCreatesPrivateFileOrTruncatesExistingOneKeepingI
 TEST_F(FileHelperTest, WriteFileRefusesFinalLinkButWritesDeviceAsItStands) {
     const std::string link = dir_ + "/link";
     std::filesystem::create_symlink(Write("target", "old"), link);
-    EXPECT_EQ(ErrorOf(WriteFile(link, "x")),
-              "open() failed: Too many levels of symbolic links");
+    EXPECT_EQ(ErrorOf(WriteFile(link, "x")), "open() failed: Too many levels of symbolic links");
     EXPECT_TRUE(WriteFile("/dev/null", "x").ok());
     EXPECT_EQ(StateOf(dir_ + "/target"), Created("old", 0666));
 }
@@ -367,15 +375,16 @@ TEST(PathTest, TrimPathAndParentDirectoryAlwaysStartAtRoot) {
         std::string trimmed;
         std::string parent;
     };
-    for (const Row& row : std::vector<Row>{{.path = "a/b/", .trimmed = "/a/b", .parent = "/a/b"},
-                                           {.path = "/a", .trimmed = "/a", .parent = "/"},
-                                           {.path = "", .trimmed = "", .parent = "/"},
-                                           {.path = "/", .trimmed = "", .parent = "/"},
-                                           {.path = "a", .trimmed = "/a", .parent = "/"},
-                                           {.path = "//", .trimmed = "/", .parent = "/"},
-                                           {.path = "/a/b/c", .trimmed = "/a/b/c", .parent = "/a/b"},
-                                           {.path = "a/b", .trimmed = "/a/b", .parent = "/a"},
-                                           {.path = "//x", .trimmed = "//x", .parent = "/"}}) {
+    for (const Row& row :
+         std::vector<Row>{{.path = "a/b/", .trimmed = "/a/b", .parent = "/a/b"},
+                          {.path = "/a", .trimmed = "/a", .parent = "/"},
+                          {.path = "", .trimmed = "", .parent = "/"},
+                          {.path = "/", .trimmed = "", .parent = "/"},
+                          {.path = "a", .trimmed = "/a", .parent = "/"},
+                          {.path = "//", .trimmed = "/", .parent = "/"},
+                          {.path = "/a/b/c", .trimmed = "/a/b/c", .parent = "/a/b"},
+                          {.path = "a/b", .trimmed = "/a/b", .parent = "/a"},
+                          {.path = "//x", .trimmed = "//x", .parent = "/"}}) {
         EXPECT_EQ(trimPath(row.path), row.trimmed) << row.path;
         EXPECT_EQ(getPathName(row.path), row.parent) << row.path;
     }
