@@ -34,10 +34,14 @@ struct SentBatch {
 
 inline const char* KindName(int kind) {
     switch (kind) {
-        case kOrdinary: return "ordinary";
-        case kCompany: return "company";
-        case kRestore: return "restore";
-        default: return "unknown";
+        case kOrdinary:
+            return "ordinary";
+        case kCompany:
+            return "company";
+        case kRestore:
+            return "restore";
+        default:
+            return "unknown";
     }
 }
 
@@ -56,9 +60,15 @@ inline void PrintTo(const SentBatch& batch, std::ostream* os) {
     PrintTo(batch.props, os);
 }
 
-inline SentBatch Ordinary(PropertyMap props) { return {kOrdinary, std::move(props)}; }
-inline SentBatch Company(PropertyMap props) { return {kCompany, std::move(props)}; }
-inline SentBatch Restore(PropertyMap props) { return {kRestore, std::move(props)}; }
+inline SentBatch Ordinary(PropertyMap props) {
+    return {kOrdinary, std::move(props)};
+}
+inline SentBatch Company(PropertyMap props) {
+    return {kCompany, std::move(props)};
+}
+inline SentBatch Restore(PropertyMap props) {
+    return {kRestore, std::move(props)};
+}
 
 // The batches of |outcome| in the order they were sent; only those of |step| when given.
 inline std::vector<SentBatch> SentBatches(const sandbox::Outcome& outcome,
@@ -79,13 +89,20 @@ struct LogRecord {
 
 inline const char* SeverityName(android::base::LogSeverity severity) {
     switch (severity) {
-        case android::base::VERBOSE: return "VERBOSE";
-        case android::base::DEBUG: return "DEBUG";
-        case android::base::INFO: return "INFO";
-        case android::base::WARNING: return "WARNING";
-        case android::base::ERROR: return "ERROR";
-        case android::base::FATAL_WITHOUT_ABORT: return "FATAL_WITHOUT_ABORT";
-        case android::base::FATAL: return "FATAL";
+        case android::base::VERBOSE:
+            return "VERBOSE";
+        case android::base::DEBUG:
+            return "DEBUG";
+        case android::base::INFO:
+            return "INFO";
+        case android::base::WARNING:
+            return "WARNING";
+        case android::base::ERROR:
+            return "ERROR";
+        case android::base::FATAL_WITHOUT_ABORT:
+            return "FATAL_WITHOUT_ABORT";
+        case android::base::FATAL:
+            return "FATAL";
     }
     return "?";
 }
@@ -94,15 +111,19 @@ inline void PrintTo(const LogRecord& record, std::ostream* os) {
     *os << SeverityName(record.severity) << " \"" << record.message << "\"";
 }
 
-inline LogRecord Info(std::string message) { return {android::base::INFO, std::move(message)}; }
+inline LogRecord Info(std::string message) {
+    return {android::base::INFO, std::move(message)};
+}
 inline LogRecord Warning(std::string message) {
     return {android::base::WARNING, std::move(message)};
 }
-inline LogRecord Error(std::string message) { return {android::base::ERROR, std::move(message)}; }
+inline LogRecord Error(std::string message) {
+    return {android::base::ERROR, std::move(message)};
+}
 
 // Which records LogRecords() keeps.
 struct LogFilter {
-    std::optional<std::string> step;                          // only those of this step
+    std::optional<std::string> step;                                   // only those of this step
     android::base::LogSeverity min_severity = android::base::VERBOSE;  // and at least this severe
     bool parser = false;  // also the property file parser's own records (utils.cpp)
 };
@@ -120,9 +141,9 @@ inline std::vector<LogRecord> LogRecords(const sandbox::Outcome& outcome, LogFil
 }
 
 // The records |capture| holds, in order, at least |min_severity| severe.
-inline std::vector<LogRecord> LogRecords(const LogCapture& capture,
-                                         android::base::LogSeverity min_severity =
-                                             android::base::VERBOSE) {
+inline std::vector<LogRecord> LogRecords(
+        const LogCapture& capture,
+        android::base::LogSeverity min_severity = android::base::VERBOSE) {
     std::vector<LogRecord> records;
     for (const LogLine& line : capture.lines()) {
         if (line.severity >= min_severity) records.push_back({line.severity, line.message});
