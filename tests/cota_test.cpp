@@ -39,21 +39,20 @@ std::vector<MountCall> TakeMountCalls() {
 // target and flags.
 sandbox::Outcome RunDevice(const sandbox::DeviceTree& tree, PropertyMap props,
                            const sandbox::Function& fn) {
-    return RunInDevice(
-            tree,
-            [&](sandbox::Context& ctx) {
-                Impl();
-                ctx.SetStep(kCall);
-                TakeMountCalls();
-                fn(ctx);
-                std::string calls;
-                for (const MountCall& call : TakeMountCalls()) {
-                    calls += call.source + "\n" + call.target + "\n" + std::to_string(call.flags) +
-                             "\n";
-                }
-                if (!calls.empty()) ctx.Note("mounts", calls);
-            },
-            {.properties = std::move(props)});
+    return RunInDevice(tree,
+                       [&](sandbox::Context& ctx) {
+                           Impl();
+                           ctx.SetStep(kCall);
+                           TakeMountCalls();
+                           fn(ctx);
+                           std::string calls;
+                           for (const MountCall& call : TakeMountCalls()) {
+                               calls += call.source + "\n" + call.target + "\n" +
+                                        std::to_string(call.flags) + "\n";
+                           }
+                           if (!calls.empty()) ctx.Note("mounts", calls);
+                       },
+                       {.properties = std::move(props)});
 }
 
 std::vector<MountCall> MountCalls(const sandbox::Outcome& outcome) {
@@ -78,7 +77,9 @@ const std::string kDisplay = "ro.zelva.customize.display.version_name";
 const std::string kCarrierVersion = "ro.zelva.image.my_carrier.version_name";
 const std::string kCotaVersion = "ro.build.cota.version_name";
 
-SentBatch DisplayVersion(const std::string& version) { return Ordinary({{kDisplay, version}}); }
+SentBatch DisplayVersion(const std::string& version) {
+    return Ordinary({{kDisplay, version}});
+}
 
 TEST(CotaTest, DisplayVersionIsComposedFromTheCarrierAndCotaVersions) {
     const struct {
@@ -86,29 +87,37 @@ TEST(CotaTest, DisplayVersionIsComposedFromTheCarrierAndCotaVersions) {
         std::vector<SentBatch> sent;
         std::vector<LogRecord> logs;
     } cases[] = {
-            {.display = "X1PM", .cota_version = "X1_U_COTA_5",
+            {.display = "X1PM",
+             .cota_version = "X1_U_COTA_5",
              .sent = {DisplayVersion("X1CT_U005")},
              .logs = {Info("cota type CT android version: U cota version: 005 display version: "
                            "X1CT_U005")}},
-            {.display = "V1CT", .cota_version = "AB_12", .sent = {DisplayVersion("V1P_T012")},
+            {.display = "V1CT",
+             .cota_version = "AB_12",
+             .sent = {DisplayVersion("V1P_T012")},
              .logs = {Info("cota type P android version: T cota version: 012 display version: "
                            "V1P_T012")}},
-            {.display = "V1", .carrier_version = "ABC-DEF-GH", .sent = {DisplayVersion("GH")},
+            {.display = "V1",
+             .carrier_version = "ABC-DEF-GH",
+             .sent = {DisplayVersion("GH")},
              .logs = {Info("carrier version ABC-DEF-GH")}},
-            {.display = "V1", .carrier_version = "-GH", .cota_version = "_5",
+            {.display = "V1",
+             .carrier_version = "-GH",
+             .cota_version = "_5",
              .sent = {DisplayVersion("-GH")},
              .logs = {Info("carrier version -GH")}},
             {.carrier_version = "ABC-DEF-GH", .cota_version = "AB_7"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.display + " / " + c.carrier_version + " / " + c.cota_version);
-        sandbox::Outcome o = RunDevice(
-                sandbox::DeviceTree(),
-                {{kDisplay, c.display}, {kCarrierVersion, c.carrier_version},
-                 {kCotaVersion, c.cota_version}},
-                [](sandbox::Context& ctx) {
-                    android::init::loadCustomizeDisplayVersionName(ctx.sink());
-                });
+        sandbox::Outcome o =
+                RunDevice(sandbox::DeviceTree(),
+                          {{kDisplay, c.display},
+                           {kCarrierVersion, c.carrier_version},
+                           {kCotaVersion, c.cota_version}},
+                          [](sandbox::Context& ctx) {
+                              android::init::loadCustomizeDisplayVersionName(ctx.sink());
+                          });
         ASSERT_DEVICE_RAN(o);
         EXPECT_EQ(SentBatches(o), c.sent);
         EXPECT_EQ(LogRecords(o), c.logs);
@@ -135,8 +144,9 @@ sandbox::DeviceTree CotaDevice() {
             .Dir("/mnt/cota")
             .File("/c/build.prop", "ro.a=1\nro.zelva.image.my_bigball.version_name=V3\n")
             .File("/c/cust/build.prop", "ro.cust=1\n" + kCarrierVersion + "=Own\n")
-            .File("/m/build.prop", "ro.zelva.image.my_bigball.date.utc=1\n"
-                                   "ro.zelva.image.my_bigball.version_name=V-Co\n");
+            .File("/m/build.prop",
+                  "ro.zelva.image.my_bigball.date.utc=1\n"
+                  "ro.zelva.image.my_bigball.version_name=V-Co\n");
 }
 
 // Runs service command |command| on |tree|, with the display version V1PM and the COTA
@@ -159,7 +169,8 @@ TEST(CotaServiceTest, CommandsBindAndSendWhatTheirRequestsAsk) {
     const SentBatch forwarded = Ordinary(
             {{"persisit.z", "3"}, {"sys.cota.load.properties", "/c"}, {"sys.cotaimg.verify", "1"}});
     // The image's properties as they stand, under any bind point but /my_carrier.
-    const SentBatch image_as_it_is = Ordinary({{"ro.a", "1"}, {"ro.cust", "1"},
+    const SentBatch image_as_it_is = Ordinary({{"ro.a", "1"},
+                                               {"ro.cust", "1"},
                                                {"ro.zelva.image.my_bigball.version_name", "V3"},
                                                {kCarrierVersion, "Own"}});
     const struct {
@@ -170,7 +181,8 @@ TEST(CotaServiceTest, CommandsBindAndSendWhatTheirRequestsAsk) {
         std::vector<LogRecord> errors;
     } cases[] = {
             {.behaviour = "the info file is forwarded, then the display version composed",
-             .command = "update_cota_info", .requests = {{kMountInfo, "sys.x=1\n"}},
+             .command = "update_cota_info",
+             .requests = {{kMountInfo, "sys.x=1\n"}},
              .sent = {Ordinary({{"sys.x", "1"}}), DisplayVersion("V1P_T007")}},
             {.behaviour = "a configure module: its properties, special, display, its entries",
              .command = "module_bind_single",
@@ -183,28 +195,36 @@ TEST(CotaServiceTest, CommandsBindAndSendWhatTheirRequestsAsk) {
             {.behaviour = "a module of another type: its entries only",
              .command = "module_bind_single",
              .requests = {{kModuleInfo, module + "module_type=Configure\n"}},
-             .mounts = {CotaBind("/m", "/my_mod")}, .sent = {module_entries}},
-            {.behaviour = "a module without a type is not bound", .command = "module_bind_single",
+             .mounts = {CotaBind("/m", "/my_mod")},
+             .sent = {module_entries}},
+            {.behaviour = "a module without a type is not bound",
+             .command = "module_bind_single",
              .requests = {{kModuleInfo, module}}},
-            {.behaviour = "a failed module bind sends nothing", .command = "module_bind_single",
+            {.behaviour = "a failed module bind sends nothing",
+             .command = "module_bind_single",
              .requests = {{kModuleInfo, module + "module_type=configure\nbind_point=/no\n"}},
              .mounts = {CotaBind("/m", "/no")},
              .errors = {Error("bindCotaModuleMountPoint bind failed: -1")}},
             {.behaviour = "the carrier image: renamed, forwarded, special, display version",
-             .command = "mount_and_check_load", .requests = {{kMountInfo, image}},
+             .command = "mount_and_check_load",
+             .requests = {{kMountInfo, image}},
              .mounts = {CotaBind("/c", "/my_carrier")},
              .sent = {Ordinary({{"ro.a", "1"}, {"ro.cust", "1"}, {kCarrierVersion, "Own"}}),
                       forwarded, kSpecialBatch, DisplayVersion("Own_T007")}},
             {.behaviour = "an image bound elsewhere is sent as it is",
              .command = "mount_must_load",
              .requests = {{kMountInfo, image + "bind_point=/my_mod\n"}},
-             .mounts = {CotaBind("/c", "/my_mod")}, .sent = {image_as_it_is, forwarded}},
+             .mounts = {CotaBind("/c", "/my_mod")},
+             .sent = {image_as_it_is, forwarded}},
             {.behaviour = "an image whose bind fails is loaded from its source",
-             .command = "mount_must_load", .requests = {{kMountInfo, image + "bind_point=/no\n"}},
-             .mounts = {CotaBind("/c", "/no")}, .sent = {image_as_it_is, forwarded},
+             .command = "mount_must_load",
+             .requests = {{kMountInfo, image + "bind_point=/no\n"}},
+             .mounts = {CotaBind("/c", "/no")},
+             .sent = {image_as_it_is, forwarded},
              .errors = {Error("cota bindAndLoadCotaOverrideProperties bind failed: -1")}},
             {.behaviour = "an image that is its own bind point is loaded unmounted",
-             .command = "mount_must_load", .requests = {{kMountInfo, image + "bind_point=/c\n"}},
+             .command = "mount_must_load",
+             .requests = {{kMountInfo, image + "bind_point=/c\n"}},
              .sent = {image_as_it_is, forwarded}},
             {.behaviour = "commands are matched whole and case-sensitive",
              .command = "MOUNT_MUST_LOAD",
@@ -232,13 +252,15 @@ TEST(CotaServiceTest, BasicPointMakesModuleDirectoriesThenBindsTheModule) {
             CotaDevice()
                     .File(kModuleInfo,
                           "mount_point=/m\nmodule_type=x\nbind_point=/mnt/cota/x/y\nsys.m=1\n")
-                    .File(kMountInfo, "sys.foo=1\nro.bar=2\npersist.baz=3\n"
-                                      "my=/mnt/cota/x/y\nextra=/mnt/cotaextra\n"));
+                    .File(kMountInfo,
+                          "sys.foo=1\nro.bar=2\npersist.baz=3\n"
+                          "my=/mnt/cota/x/y\nextra=/mnt/cotaextra\n"));
     ASSERT_DEVICE_RAN(o);
     for (const char* dir : {"/mnt/cota/x", "/mnt/cota/x/y", "/mnt/cotaextra"}) {
         const sandbox::TreeEntry& made = o.tree[dir];  // a directory of root's, mode 0755
         EXPECT_EQ(std::tuple(made.type, made.mode & 07777, made.uid, made.gid),
-                  std::tuple('d', 0755u, 0u, 0u)) << dir;
+                  std::tuple('d', 0755u, 0u, 0u))
+                << dir;
     }
     EXPECT_THAT(MountCalls(o), ElementsAre(CotaBind("/m", "/mnt/cota/x/y")));
     EXPECT_THAT(SentBatches(o), ElementsAre(Ordinary({{"sys.m", "1"}}),

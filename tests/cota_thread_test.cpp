@@ -9,8 +9,8 @@
 #include <android-base/file.h>
 #include <gmock/gmock.h>
 
-#include "switch_test_support.h"
 #include "hostplatform/property_store.h"
+#include "switch_test_support.h"
 
 namespace zelva_test {
 namespace {
@@ -116,8 +116,9 @@ TEST(CotaThreadTest, GivesUpAfterItsLimitOfEmptyPollsNotCountingNull) {
         const auto cleared = std::chrono::steady_clock::now();
         ctx.WaitForLog(kGaveUp + "3", 5s);
         const auto waited = std::chrono::steady_clock::now() - cleared;
-        ctx.Note("ms waited", std::to_string(
-                std::chrono::duration_cast<std::chrono::milliseconds>(waited).count()));
+        ctx.Note("ms waited",
+                 std::to_string(
+                         std::chrono::duration_cast<std::chrono::milliseconds>(waited).count()));
     });
     ASSERT_DEVICE_RAN(o);
     EXPECT_THAT(ThreadLines(o), ElementsAre(Info(kStarted), Info(kGaveUp + "3")));

@@ -24,8 +24,7 @@ const PropertyMap kSpecialSeed = {{"ro.vendor.zelva.version_suffix", "T"},
 const SentBatch kSpecialBatch = Ordinary({{"ro.vendor.zelva.exp.version", "AT_1"}});
 
 sandbox::Outcome Boot(const sandbox::DeviceTree& tree, const sandbox::Function& fn) {
-    return RunInDevice(tree, fn,
-                       {.properties = kSpecialSeed, .timeout = std::chrono::seconds(30)});
+    return RunInDevice(tree, fn, {.properties = kSpecialSeed, .timeout = std::chrono::seconds(30)});
 }
 
 // Slot 6, then the COTA service's "mount_and_check_load".
@@ -36,8 +35,8 @@ void PersistThenCotaLoad(sandbox::Context& ctx) {
 }
 
 TEST(FaultsTest, CotaDirectoryThatIsAFileIsReportedAndNothingElseIsLost) {
-    sandbox::Outcome o = Boot(sandbox::DeviceTree().File("/data/cota", "a file"),
-                              PersistThenCotaLoad);
+    sandbox::Outcome o =
+            Boot(sandbox::DeviceTree().File("/data/cota", "a file"), PersistThenCotaLoad);
     ASSERT_DEVICE_RAN(o);
     EXPECT_EQ(SentBatches(o).back(), kSpecialBatch);
     EXPECT_EQ(LogRecords(o).back(),
@@ -57,8 +56,8 @@ const StandIn kStandIns[] = {
         {"socket", [](sandbox::DeviceTree* t, const std::string& p) { t->Socket(p); }, true},
         {"dangling link",
          [](sandbox::DeviceTree* t, const std::string& p) { t->Symlink(p, "/nowhere"); }, false},
-        {"link loop",
-         [](sandbox::DeviceTree* t, const std::string& p) { t->Symlink(p, p); }, false},
+        {"link loop", [](sandbox::DeviceTree* t, const std::string& p) { t->Symlink(p, p); },
+         false},
 };
 
 // Every kind of file the library reads, each read when it exists and reported with its path
@@ -129,24 +128,14 @@ PropertyMap Load(const std::string& path) {
     return map;
 }
 
-TEST(HostilePropertyFileTest, OddBytesAreReadAsTheyStand) {
-    const std::string mib(1 << 20, 'v');
-    const struct {
-        std::string what, content;
-        PropertyMap loaded;
-    } cases[] = {
-            {.what = "a NUL ends its line's text", .content = std::string("a=1\0junk\nb=2\n", 13),
-             .loaded = {{"a", "1"}, {"b", "2"}}},
-            {.what = "a carriage return is no line break", .content = "a=1\rb=2\r",
-             .loaded = {{"a", "1\rb=2"}}},
-            {.what = "a value of a mebibyte", .content = "l=" + mib + "\n", .loaded = {{"l", mib}}},
-            {.what = "bytes that are no UTF-8", .content = "n=\xff\xfe\x80\n",
-             .loaded = {{"n", "\xff\xfe\x80"}}},
-    };
+// (Bytes above 0x7f are text: the parser's own tests show it.)
+TEST(HostilePropertyFileTest, NulsLoneCarriageReturnsAndAMebibyteValueAreReadAsTheyStand) {
     TemporaryDir dir;
-    for (const auto& c : cases) {
-        EXPECT_EQ(Load(WriteIn(dir, "file", c.content)), c.loaded) << c.what;
-    }
+    EXPECT_EQ(Load(WriteIn(dir, "nul", std::string("a=1\0junk\nb=2\n", 13))),
+              (PropertyMap{{"a", "1"}, {"b", "2"}}));
+    EXPECT_EQ(Load(WriteIn(dir, "cr", "a=1\rb=2\r")), (PropertyMap{{"a", "1\rb=2"}}));
+    const std::string mib(1 << 20, 'v');
+    EXPECT_EQ(Load(WriteIn(dir, "long", "l=" + mib + "\n")), (PropertyMap{{"l", mib}}));
 }
 
 TEST(HostilePropertyFileTest, HundredThousandImportsAndAThousandDeepChainLoad) {
@@ -174,11 +163,14 @@ TEST(HostilePropertyFileTest, SelfImportRunsOutOfStack) {
                 pthread_attr_init(&attr);
                 pthread_attr_setstacksize(&attr, 256 << 10);
                 pthread_t thread;
-                pthread_create(&thread, &attr, [](void*) -> void* {
-                    PropertyMap map;
-                    load_properties_from_file_without_se(self.c_str(), nullptr, &map);
-                    return nullptr;
-                }, nullptr);
+                pthread_create(
+                        &thread, &attr,
+                        [](void*) -> void* {
+                            PropertyMap map;
+                            load_properties_from_file_without_se(self.c_str(), nullptr, &map);
+                            return nullptr;
+                        },
+                        nullptr);
                 pthread_join(thread, nullptr);
             },
             "");
@@ -203,12 +195,12 @@ TEST(FaultsTest, MarketNameNeedsASectorCountAndRomClassInRange) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE("sector count '" + c.sector_count + "', ROM class '" + c.rom_class + "'");
-        sandbox::Outcome o = Boot(
-                sandbox::DeviceTree()
-                        .File(kSectorCount, c.sector_count)
-                        .File("/my_product/cust//etc/devicename.cfg",
-                              "ROM=" + c.rom_class + "\nmarket=M\n"),
-                [](sandbox::Context& ctx) { android::init::updateMarketName(ctx.sink()); });
+        sandbox::Outcome o =
+                Boot(sandbox::DeviceTree()
+                             .File(kSectorCount, c.sector_count)
+                             .File("/my_product/cust//etc/devicename.cfg",
+                                   "ROM=" + c.rom_class + "\nmarket=M\n"),
+                     [](sandbox::Context& ctx) { android::init::updateMarketName(ctx.sink()); });
         ASSERT_DEVICE_RAN(o);
         EXPECT_THAT(SentBatches(o), SizeIs(c.published ? 1 : 0));
     }

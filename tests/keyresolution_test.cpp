@@ -32,16 +32,15 @@ const PropertyMap kFlashbackSet = {{"ro.sys.customize.flashback.company", "acme"
 template <typename Root>
 sandbox::Outcome Boot(const Root& root, PropertyMap props = {},
                       std::vector<MountSetup> mounts = {}) {
-    return RunInDevice(
-            root,
-            [](sandbox::Context& ctx) {
-                auto* impl = android::init::InitExtensionPropertyImpl::getInstance();
-                impl->loadPersistOverrideProperties(ctx.sink());
-                ctx.Note("first", impl->simSwitchFirstKey);
-                ctx.Note("current", impl->simSwitchCurrentKey);
-                ctx.Note("region", impl->regionSwitchKey);
-            },
-            {.properties = With(kFlashbackSet, props), .mounts = std::move(mounts)});
+    return RunInDevice(root,
+                       [](sandbox::Context& ctx) {
+                           auto* impl = android::init::InitExtensionPropertyImpl::getInstance();
+                           impl->loadPersistOverrideProperties(ctx.sink());
+                           ctx.Note("first", impl->simSwitchFirstKey);
+                           ctx.Note("current", impl->simSwitchCurrentKey);
+                           ctx.Note("region", impl->regionSwitchKey);
+                       },
+                       {.properties = With(kFlashbackSet, props), .mounts = std::move(mounts)});
 }
 
 struct Keys {
@@ -82,54 +81,69 @@ TEST(KeyResolutionTest, EachBootSettlesItsKeysFromTheStoresAndProperties) {
              .keys = {.first = "K1"},
              .sent = {Ordinary({{kNoneClear, "TRUE"}, {"sys.sim.switch.first", "K1"}})}},
             {.behaviour = "the convert marker blocks the conversion for good",
-             .files = {{kReserveConvert, kConvertLine}}, .props = kMappedCarrier,
+             .files = {{kReserveConvert, kConvertLine}},
+             .props = kMappedCarrier,
              .after = {{kReserveFirst, std::nullopt}},
              .sent = {Ordinary({{"sys.sim.switch.convert", "true"}})}},
             {.behaviour = "a data copy of the first key blocks the conversion",
-             .files = {{kDataFirst, first + "KD\n"}}, .props = kMappedCarrier,
+             .files = {{kDataFirst, first + "KD\n"}},
+             .props = kMappedCarrier,
              .after = {{kReserveFirst, std::nullopt}, {kReserveConvert, std::nullopt}},
-             .keys = {.first = "KD"}, .sent = {Ordinary({{"sys.sim.switch.first", "KD"}})}},
+             .keys = {.first = "KD"},
+             .sent = {Ordinary({{"sys.sim.switch.first", "KD"}})}},
             {.behaviour = "bare keys are rewritten as name=value lines",
              .files = {{kReserveFirst, "K7"}, {kReserveCurrent, "C7"}, {kReserveRegion, "R7"}},
              .after = {{kReserveFirst, KeyFile(first + "K7\n")},
                        {kReserveCurrent, KeyFile(current + "C7\n")},
                        {kReserveRegion, KeyFile(region + "R7\n")}},
              .keys = {"K7", "C7", "R7"},
-             .sent = {Ordinary({{"sys.sim.switch.first", "K7"}, {"sys.sim.switch.current", "C7"},
+             .sent = {Ordinary({{"sys.sim.switch.first", "K7"},
+                                {"sys.sim.switch.current", "C7"},
                                 {"sys.region.switch.first", "R7"}})}},
             {.behaviour = "name=value keys are read and left as they are",
-             .files = {{kReserveFirst, first + "K7\n"}, {kReserveCurrent, current + "C7\n"},
+             .files = {{kReserveFirst, first + "K7\n"},
+                       {kReserveCurrent, current + "C7\n"},
                        {kReserveRegion, region + "R7\n"}},
              .after = {{kReserveFirst, RootFile(first + "K7\n")},
                        {kReserveCurrent, RootFile(current + "C7\n")},
                        {kReserveRegion, RootFile(region + "R7\n")}},
              .keys = {"K7", "C7", "R7"},
-             .sent = {Ordinary({{"sys.sim.switch.first", "K7"}, {"sys.sim.switch.current", "C7"},
+             .sent = {Ordinary({{"sys.sim.switch.first", "K7"},
+                                {"sys.sim.switch.current", "C7"},
                                 {"sys.region.switch.first", "R7"}})}},
             {.behaviour = "payjoy status 1 without an operator writes the SSV store",
              .props = {{payjoy, "1"}},
              .after = {{kReserveSsv, RootFile("sys.zelva.switch.operator=payjoy\n")}},
              .sent = {Ordinary({{"sys.zelva.switch.operator", "payjoy"}})}},
             {.behaviour = "any other payjoy status writes nothing",
-             .props = {{payjoy, "2"}}, .after = {{kReserveSsv, std::nullopt}}},
+             .props = {{payjoy, "2"}},
+             .after = {{kReserveSsv, std::nullopt}}},
             {.behaviour = "nor does status 1 with an operator",
              .props = {{payjoy, "1"}, {"sys.zelva.switch.operator", "x"}},
              .after = {{kReserveSsv, std::nullopt}}},
             {.behaviour = "the removal property names the region key, kept in the data file",
-             .props = {{removal, "EU_X"}}, .after = {{kDataRegion, KeyFile(region + "EU_X\n")}},
-             .keys = {.region = "EU_X"}, .sent = {Ordinary({{"sys.region.switch.first", "EU_X"}})}},
+             .props = {{removal, "EU_X"}},
+             .after = {{kDataRegion, KeyFile(region + "EU_X\n")}},
+             .keys = {.region = "EU_X"},
+             .sent = {Ordinary({{"sys.region.switch.first", "EU_X"}})}},
             {.behaviour = "the removal property gives way to a data region file",
-             .files = {{kDataRegion, region + "ED\n"}}, .props = {{removal, "EU_X"}},
-             .after = {{kDataRegion, RootFile(region + "ED\n")}}, .keys = {.region = "ED"},
+             .files = {{kDataRegion, region + "ED\n"}},
+             .props = {{removal, "EU_X"}},
+             .after = {{kDataRegion, RootFile(region + "ED\n")}},
+             .keys = {.region = "ED"},
              .sent = {Ordinary({{"sys.region.switch.first", "ED"}})}},
             {.behaviour = "and to a reserve region file",
-             .files = {{kReserveRegion, region + "R1\n"}}, .props = {{removal, "EU_X"}},
-             .after = {{kDataRegion, std::nullopt}}, .keys = {.region = "R1"},
+             .files = {{kReserveRegion, region + "R1\n"}},
+             .props = {{removal, "EU_X"}},
+             .after = {{kDataRegion, std::nullopt}},
+             .keys = {.region = "R1"},
              .sent = {Ordinary({{"sys.region.switch.first", "R1"}})}},
             {.behaviour = "the removal property false names no region",
-             .props = {{removal, "false"}}, .after = {{kDataRegion, std::nullopt}}},
+             .props = {{removal, "false"}},
+             .after = {{kDataRegion, std::nullopt}}},
             {.behaviour = "the flashback company is invalid without configuration or property",
-             .props = {{flashback, ""}}, .sent = {Ordinary({{flashback, "invalid"}})}},
+             .props = {{flashback, ""}},
+             .sent = {Ordinary({{flashback, "invalid"}})}},
             {.behaviour = "the flashback configuration is loaded",
              .files = {{kFlashbackConfig, flashback + "=cfg\n"}},
              .sent = {Ordinary({{flashback, "cfg"}})}},

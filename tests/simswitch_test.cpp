@@ -23,9 +23,14 @@ TEST(MediaPathTest, SourceInACustomizationImageIsBoundRecursivelyWithItsResultRe
         std::optional<std::string> result;
         std::vector<LogRecord> logs;
     } cases[] = {
-            {.source = "/my_product/media", .target = "/system/media", .submount_seen = true,
-             .result = "0", .logs = {Info("Mount ringtones result :0")}},
-            {.source = "/my_product/media", .target = "/no/such/dir", .result = "-1",
+            {.source = "/my_product/media",
+             .target = "/system/media",
+             .submount_seen = true,
+             .result = "0",
+             .logs = {Info("Mount ringtones result :0")}},
+            {.source = "/my_product/media",
+             .target = "/no/such/dir",
+             .result = "-1",
              .logs = {Info("Mount ringtones result :-1")}},
             {.source = "/system/media", .target = "/system/media"},
     };
@@ -35,11 +40,11 @@ TEST(MediaPathTest, SourceInACustomizationImageIsBoundRecursivelyWithItsResultRe
                                                  .Dir("/my_product/media/sub")
                                                  .File("/my_extra/inner", "x")
                                                  .Dir("/system/media");
-        sandbox::Outcome o = RunDevice(tree, {{"ro.sys.custommedia.sourcepath", c.source}},
-                                       [&](sandbox::Context&) {
-            mount("/my_extra", "/my_product/media/sub", nullptr, MS_BIND, nullptr);
-            Impl()->bindCustomizeMediaPath(c.target.c_str());
-        });
+        sandbox::Outcome o = RunDevice(
+                tree, {{"ro.sys.custommedia.sourcepath", c.source}}, [&](sandbox::Context&) {
+                    mount("/my_extra", "/my_product/media/sub", nullptr, MS_BIND, nullptr);
+                    Impl()->bindCustomizeMediaPath(c.target.c_str());
+                });
         ASSERT_DEVICE_RAN(o);
         EXPECT_EQ(o.Exists("/system/media/sub/inner"), c.submount_seen);
         EXPECT_EQ(PropertyAt(o, "sys.mount.mediapath.success"), c.result);
@@ -50,16 +55,14 @@ TEST(MediaPathTest, SourceInACustomizationImageIsBoundRecursivelyWithItsResultRe
 // Runs |fn| on a device holding |tree| and |props| beside the seed of the special properties.
 sandbox::Outcome Call(const sandbox::DeviceTree& tree, const PropertyMap& props,
                       const std::function<void(sandbox::Sink)>& fn) {
-    return RunDevice(tree, With(kSpecialSeed, props), [&](sandbox::Context& ctx) {
-        fn(ctx.sink());
-    });
+    return RunDevice(tree, With(kSpecialSeed, props),
+                     [&](sandbox::Context& ctx) { fn(ctx.sink()); });
 }
 
 TEST(NightjarTest, SendsTheCompanyBuildPropertiesEvenNoneThenTheSpecialOnes) {
-    sandbox::Outcome o = Call(sandbox::DeviceTree().File("/my_company/etc/build.prop", "ro.nj=1\n"),
-                              {}, [](sandbox::Sink sink) {
-        Impl()->loadNightjarOverrideProperties(sink);
-    });
+    sandbox::Outcome o =
+            Call(sandbox::DeviceTree().File("/my_company/etc/build.prop", "ro.nj=1\n"), {},
+                 [](sandbox::Sink sink) { Impl()->loadNightjarOverrideProperties(sink); });
     sandbox::Outcome none = Call(sandbox::DeviceTree(), {}, [](sandbox::Sink sink) {
         Impl()->loadNightjarOverrideProperties(sink);
     });
@@ -92,11 +95,13 @@ TEST(SimSwitchSlotTest, SwitchPropertiesSelectTheSetsOfTheirKeys) {
         std::vector<SentBatch> sent;
     } cases[] = {
             {.behaviour = "each key its set",
-             .props = {{"sys.sim.switch.first", "vf"}, {"sys.sim.switch.current", "vfc"},
+             .props = {{"sys.sim.switch.first", "vf"},
+                       {"sys.sim.switch.current", "vfc"},
                        {"sys.region.switch.first", "DE"}},
              .sent = {Ordinary({{"sim.first", "1"}, {"sim.current", "1"}, {"region.de", "1"}}),
                       kSpecialBatch}},
-            {.behaviour = "the operator pair replaces the SSV key held", .held_ssv_key = "old",
+            {.behaviour = "the operator pair replaces the SSV key held",
+             .held_ssv_key = "old",
              .props = {{"persist.sys.zelva.operator.opta", "VDF"},
                        {"persist.sys.zelva.operator.optb", "EU"}},
              .sent = {Ordinary({{"ssv.opt", "1"}}), kSpecialBatch}},
@@ -128,19 +133,19 @@ TEST(CotaSlotTest, OnlyAVerifiedDirectoryWithALoadPathIsLoadedWithTheBigballVers
         std::string verify, load_path;
         std::vector<SentBatch> sent;
     } cases[] = {
-            {.verify = "1", .load_path = "/mnt/c",
+            {.verify = "1",
+             .load_path = "/mnt/c",
              .sent = {Ordinary({{"ro.zelva.image.my_carrier.version_name", "V-1"}}),
                       kSpecialBatch}},
             {.verify = "10", .load_path = "/mnt/c"},
             {.verify = "1", .load_path = "0"},
     };
     for (const auto& c : cases) {
-        sandbox::Outcome o = Call(SwitchSets(),
-                                  With(display, {{"sys.cotaimg.verify", c.verify},
-                                                 {"sys.cota.load.properties", c.load_path}}),
-                                  [](sandbox::Sink sink) {
-            Impl()->loadCotaOverrideProperties(sink);
-        });
+        sandbox::Outcome o = Call(
+                SwitchSets(),
+                With(display,
+                     {{"sys.cotaimg.verify", c.verify}, {"sys.cota.load.properties", c.load_path}}),
+                [](sandbox::Sink sink) { Impl()->loadCotaOverrideProperties(sink); });
         ASSERT_DEVICE_RAN(o);
         EXPECT_EQ(SentBatches(o), c.sent) << "verify " << c.verify << ", path " << c.load_path;
     }
@@ -179,21 +184,31 @@ TEST(LogoCopyTest, TriggersCopyTheLogoThatTheyNameOntoTheSplashPartition) {
     const PropertyMap copied = With(kImageDate, {{kCopiedDate, "17"}});
     const LogoCase cases[] = {
             {.trigger = boot, .splash_after = "IMG.....", .copied_date = "17"},
-            {.trigger = boot, .props = copied, .copied_date = "17",
+            {.trigger = boot,
+             .props = copied,
+             .copied_date = "17",
              .logs = {Info("Logo copied, no need to process again")}},
             {.trigger = company, .props = copied, .splash_after = "IMG.....", .copied_date = "17"},
-            {.trigger = boot, .files = {{kSplash, "........"}, {kLogoBinary, "BIN"}},
-             .splash_after = "BIN.....", .copied_date = "17"},
+            {.trigger = boot,
+             .files = {{kSplash, "........"}, {kLogoBinary, "BIN"}},
+             .splash_after = "BIN.....",
+             .copied_date = "17"},
             {.trigger = boot, .props = {}, .logs = {Info("Missing component information")}},
             {.trigger = "triggerLogoCopy/data/l",
-             .files = {{kSplash, "........"}, {"/data/l", "RAW"}}, .splash_after = "RAW....."},
-            {.trigger = boot, .files = {{kSplash, "........"}},
+             .files = {{kSplash, "........"}, {"/data/l", "RAW"}},
+             .splash_after = "RAW....."},
+            {.trigger = boot,
+             .files = {{kSplash, "........"}},
              .logs = {Info("No logo resource found")}},
             {.trigger = company + "X", .logs = {Info("No logo resource found")}},  // no path
             {.trigger = "triggerLogoCopy/data/none", .logs = {Info("No logo resource found")}},
-            {.trigger = boot, .files = {{kLogoImage, "IMG"}}, .splash_after = std::nullopt,
+            {.trigger = boot,
+             .files = {{kLogoImage, "IMG"}},
+             .splash_after = std::nullopt,
              .logs = {Info("Can not access the target Partition")}},
-            {.trigger = boot, .files = {{kSplash, ".."}, {kLogoImage, "IMG"}}, .splash_after = "..",
+            {.trigger = boot,
+             .files = {{kSplash, ".."}, {kLogoImage, "IMG"}},
+             .splash_after = "..",
              .logs = {Info("Logo resource is too large")}},
     };
     for (const LogoCase& c : cases) {

@@ -33,7 +33,9 @@ inline FileState KeyFile(std::string content) {
     return {std::move(content), kKeyFileOwner, kKeyFileOwner, 0600};
 }
 // A file the library wrote and left with root.
-inline FileState RootFile(std::string content) { return {std::move(content), 0, 0, 0600}; }
+inline FileState RootFile(std::string content) {
+    return {std::move(content), 0, 0, 0600};
+}
 
 // One mount() call, as the library asked for it.
 struct MountCall {
@@ -43,8 +45,8 @@ struct MountCall {
 };
 
 inline void PrintTo(const MountCall& call, std::ostream* os) {
-    *os << "mount " << call.source << " on " << call.target << " flags 0x" << std::hex
-        << call.flags << std::dec;
+    *os << "mount " << call.source << " on " << call.target << " flags 0x" << std::hex << call.flags
+        << std::dec;
 }
 
 // The flags of every COTA bind: read-only, no devices, synchronous directories, no atimes.
@@ -88,6 +90,8 @@ inline PropertyMap With(PropertyMap base, const PropertyMap& more) {
 constexpr char kMountInfo[] = "/data/cota/cota_mount_info.prop";
 constexpr char kModuleInfo[] = "/data/cota/cota_module_info.prop";
 
-inline auto* Impl() { return android::init::InitExtensionPropertyImpl::getInstance(); }
+inline auto* Impl() {
+    return android::init::InitExtensionPropertyImpl::getInstance();
+}
 
 }  // namespace zelva_test

@@ -76,10 +76,15 @@ TEST(OldIdentityTest, OldNvFlagComesFromTheFirstStoreWithContent) {
         std::string flag, key;
         std::vector<LogRecord> logs;
     } cases[] = {
-            {.config = "", .platform = "abc", .flag = "before:abc", .key = "K3",
+            {.config = "",
+             .platform = "abc",
+             .flag = "before:abc",
+             .key = "K3",
              .logs = {Warning(std::string("Couldn't file") + kNvConfig)}},
             {.config = "ABCDEFGHI", .platform = "abc", .flag = "before:ABCDEFGH", .key = "K8"},
-            {.config = "", .flag = "before:", .key = "before",
+            {.config = "",
+             .flag = "before:",
+             .key = "before",
              .logs = {Warning(std::string("Couldn't file") + kNvConfig),
                       Error(std::string("read nv_flag failed :") + kNvPlatform),
                       Error(std::string("read nv_flag failed :") + kNvBootDevice)}},
@@ -128,10 +133,18 @@ TEST(FirstKeyConversionTest, SourcesAreTriedInOrderUntilOneMapsAndAKeyThereIsKep
         std::string carrier, nv_flag, ssv_key, channel, company_type;  // "": not there
         std::string before, after;                                     // the first key
     } cases[] = {
-            {.carrier = "QC", .nv_flag = "NV", .ssv_key = "SSV", .channel = "CH",
-             .company_type = "CO", .after = "KC"},
-            {.carrier = "unmapped", .nv_flag = "NV", .ssv_key = "SSV", .channel = "CH",
-             .company_type = "CO", .after = "KN"},
+            {.carrier = "QC",
+             .nv_flag = "NV",
+             .ssv_key = "SSV",
+             .channel = "CH",
+             .company_type = "CO",
+             .after = "KC"},
+            {.carrier = "unmapped",
+             .nv_flag = "NV",
+             .ssv_key = "SSV",
+             .channel = "CH",
+             .company_type = "CO",
+             .after = "KN"},
             {.ssv_key = "SSV", .channel = "CH", .company_type = "CO", .after = "KS"},
             {.channel = "CH", .company_type = "CO", .after = "KH"},
             {.company_type = "CO", .after = "KY"},
@@ -158,13 +171,13 @@ TEST(FirstKeyConversionTest, SourcesAreTriedInOrderUntilOneMapsAndAKeyThereIsKep
 }
 
 TEST(CreateDirectoryTest, MakesEachMissingPrefixEndingInASeparatorUntilOneFails) {
-    sandbox::Outcome o = RunDevice(sandbox::DeviceTree().File("/file", "x"), {},
-                                              [](sandbox::Context& ctx) {
-        umask(0);  // so that the directories get the mode asked for
-        ctx.Note("/x/y/z", std::to_string(createDirectory("/x/y/z")));
-        ctx.SetStep("failing");
-        ctx.Note("/file/sub/", std::to_string(createDirectory("/file/sub/")));
-    });
+    sandbox::Outcome o =
+            RunDevice(sandbox::DeviceTree().File("/file", "x"), {}, [](sandbox::Context& ctx) {
+                umask(0);  // so that the directories get the mode asked for
+                ctx.Note("/x/y/z", std::to_string(createDirectory("/x/y/z")));
+                ctx.SetStep("failing");
+                ctx.Note("/file/sub/", std::to_string(createDirectory("/file/sub/")));
+            });
     ASSERT_DEVICE_RAN(o);
     EXPECT_THAT(o.notes, UnorderedElementsAre(Pair("/x/y/z", "0"), Pair("/file/sub/", "-1")));
     EXPECT_THAT(LogRecords(o, {.step = kCall}),
@@ -187,18 +200,24 @@ TEST(DomesticRegionTest, RegionKeyIsWrittenOnceFromTheProvinceOrTheMappedCompany
         std::optional<FileState> data_after, reserve_after;
         std::vector<LogRecord> logs;  // INFO and above
     } cases[] = {
-            {.props = province_and_type, .data = key + "ZZ\n",
-             .reserve_after = KeyFile(key + "PROV\n"), .logs = {start}},
-            {.props = {{"ro.zelva.image.my_company.type", "TYPE"}}, .data = "other=1\n",
+            {.props = province_and_type,
+             .data = key + "ZZ\n",
+             .reserve_after = KeyFile(key + "PROV\n"),
+             .logs = {start}},
+            {.props = {{"ro.zelva.image.my_company.type", "TYPE"}},
+             .data = "other=1\n",
              .reserve_after = KeyFile(key + "MAPPED\n"),
              .logs = {Info("no region switch property found in file: " + kDataRegion), start}},
             {.props = {{"ro.zelva.image.my_company.type", "X"}},
              .logs = {start, Info("target company type is empty, skip conversion")}},
             {.logs = {start, Info("no province switch value or company type, skip conversion")}},
             {.region = "CNX", .props = province_and_type},
-            {.props = province_and_type, .reserve = "old", .reserve_after = RootFile("old"),
+            {.props = province_and_type,
+             .reserve = "old",
+             .reserve_after = RootFile("old"),
              .logs = {Info("region switch reserve file already exists, skip conversion")}},
-            {.props = province_and_type, .data = key + "MAPPED\n",
+            {.props = province_and_type,
+             .data = key + "MAPPED\n",
              .data_after = RootFile(key + "MAPPED\n"),
              .logs = {Info("region switch data file is from custom_map, skip conversion")}},
     };
@@ -207,7 +226,8 @@ TEST(DomesticRegionTest, RegionKeyIsWrittenOnceFromTheProvinceOrTheMappedCompany
         sandbox::DeviceTree tree;
         tree.File("/my_region/build.prop", "ro.zelva.pipeline.region=" + c.region + "\n")
                 .File("/my_company/etc/custom_map.prop", "TYPE=MAPPED\n")
-                .Dir(kDataDir).Dir(kReserveDir);
+                .Dir(kDataDir)
+                .Dir(kReserveDir);
         if (c.data) tree.File(kDataRegion, *c.data, 0600);
         if (c.reserve) tree.File(kReserveRegion, *c.reserve, 0600);
         sandbox::Outcome o =
