@@ -12,6 +12,7 @@
 #include <vector>
 
 #include <android-base/logging.h>
+#include <gtest/gtest.h>
 
 #include "log_capture.h"
 #include "sandbox.h"
@@ -32,32 +33,11 @@ struct SentBatch {
     bool operator==(const SentBatch&) const = default;
 };
 
-inline const char* KindName(int kind) {
-    switch (kind) {
-        case kOrdinary:
-            return "ordinary";
-        case kCompany:
-            return "company";
-        case kRestore:
-            return "restore";
-        default:
-            return "unknown";
-    }
-}
-
-inline void PrintTo(const PropertyMap& props, std::ostream* os) {
-    *os << "{";
-    const char* separator = "";
-    for (const auto& [name, value] : props) {
-        *os << separator << name << "=\"" << value << "\"";
-        separator = ", ";
-    }
-    *os << "}";
-}
-
 inline void PrintTo(const SentBatch& batch, std::ostream* os) {
-    *os << KindName(batch.kind) << " batch (kind " << batch.kind << ") ";
-    PrintTo(batch.props, os);
+    static const char* const kNames[] = {"ordinary", "company", "restore"};
+    const bool known = batch.kind >= 0 && batch.kind <= 2;
+    *os << (known ? kNames[batch.kind] : "unknown") << " batch (kind " << batch.kind << ") "
+        << testing::PrintToString(batch.props);
 }
 
 inline SentBatch Ordinary(PropertyMap props) {
@@ -87,28 +67,10 @@ struct LogRecord {
     bool operator==(const LogRecord&) const = default;
 };
 
-inline const char* SeverityName(android::base::LogSeverity severity) {
-    switch (severity) {
-        case android::base::VERBOSE:
-            return "VERBOSE";
-        case android::base::DEBUG:
-            return "DEBUG";
-        case android::base::INFO:
-            return "INFO";
-        case android::base::WARNING:
-            return "WARNING";
-        case android::base::ERROR:
-            return "ERROR";
-        case android::base::FATAL_WITHOUT_ABORT:
-            return "FATAL_WITHOUT_ABORT";
-        case android::base::FATAL:
-            return "FATAL";
-    }
-    return "?";
-}
-
 inline void PrintTo(const LogRecord& record, std::ostream* os) {
-    *os << SeverityName(record.severity) << " \"" << record.message << "\"";
+    static const char* const kNames[] = {
+            "VERBOSE", "DEBUG", "INFO", "WARNING", "ERROR", "FATAL_WITHOUT_ABORT", "FATAL"};
+    *os << kNames[record.severity] << " \"" << record.message << "\"";
 }
 
 inline LogRecord Info(std::string message) {
