@@ -23,11 +23,16 @@ mounts_before="$(wc -l </proc/self/mountinfo)"
 (cd "$scratch" && as_user env TMPDIR="$scratch" HOME="$scratch" \
   "$tests" --gtest_filter='SandboxBoundaryTest.*:SandboxTest.*:Stops/SignalTest.*')
 
+# Processes of the user that are still alive (zombies wait only for the machine's init to
+# reap them), given a few seconds to go.
+alive() { ps -u "$user" -o stat=,pid=,args= | awk '$1 !~ /^Z/' | grep -E 'zelva_tests|extprop-sim' || true; }
+for _ in $(seq 50); do
+  if [ -z "$(alive)" ] && [ -z "$(ls -A "$scratch")" ]; then break; fi
+  sleep 0.1
+done
 left=0
-sleep 1
 if [ -n "$(ls -A "$scratch")" ]; then echo "left in TMPDIR:" >&2; ls -la "$scratch" >&2; left=1; fi
-if pgrep -u "$user" -f zelva_tests >/dev/null || pgrep -u "$user" -f extprop-sim >/dev/null; then
-  echo "processes left:" >&2; pgrep -a -u "$user" >&2; left=1
-fi
+if [ -n "$(alive)" ]; then echo "processes left:" >&2; alive >&2; left=1; fi
 if [ "$(wc -l </proc/self/mountinfo)" != "$mounts_before" ]; then echo "mounts left" >&2; left=1; fi
+if [ "$left" -eq 0 ]; then echo "nothing left behind: no process, mount or scratch directory"; fi
 exit "$left"

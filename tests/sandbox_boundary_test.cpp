@@ -124,6 +124,9 @@ TEST(SandboxBoundaryTest, HostileTreeIsALowerLayerTheRunNeverChanges) {
             .Dir("/readonly", 0555)
             .Materialize(tree, &why);
     ASSERT_EQ(why, "");
+    // Opened again before the directory is removed, however the test ends.
+    const std::unique_ptr<const char, void (*)(const char*)> unlock(
+            host.path, [](const char* dir) { chmod((std::string(dir) + "/tree/locked").c_str(), 0755); });
     const std::string link = std::string(host.path) + "/link";
     ASSERT_EQ(symlink(tree.c_str(), link.c_str()), 0);
     const auto tree_before = Snapshot(tree);
