@@ -8,6 +8,7 @@
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -113,21 +114,61 @@ int SetCapabilities(const __user_cap_data_struct data[2]) {
     return static_cast<int>(syscall(SYS_capset, &header, data));
 }
 
+// Root enters a user namespace that maps every id to itself: files keep their
+// owners and the library may chown to any of them, but its capabilities then
+// reach only what that namespace owns (its mounts, not the machine's). Only a
+// process outside can write such a map, so a helper forked before the unshare
+// writes it once told to.
+bool UnshareAsRoot(int flags, SetupError* error) {
+    int go[2];
+    if (pipe2(go, O_CLOEXEC) != 0) return Fail(error, "pipe2");
+    const pid_t self = getpid();
+    const pid_t helper = fork();
+    if (helper == 0) {
+        close(go[1]);
+        char byte;
+        if (TEMP_FAILURE_RETRY(read(go[0], &byte, 1)) != 1) _exit(1);
+        const std::string proc = "/proc/" + std::to_string(self);
+        const bool mapped =
+                android::base::WriteStringToFile("0 0 4294967295", proc + "/uid_map") &&
+                android::base::WriteStringToFile("0 0 4294967295", proc + "/gid_map");
+        _exit(mapped ? 0 : 1);
+    }
+    close(go[0]);
+    if (helper < 0) return Fail(error, "fork");
+    const bool unshared = unshare(flags) == 0;
+    const int unshare_errno = errno;
+    if (unshared) TEMP_FAILURE_RETRY(write(go[1], "m", 1));
+    close(go[1]);
+    int status = 0;
+    while (waitpid(helper, &status, 0) < 0 && errno == EINTR) {
+    }
+    errno = unshare_errno;
+    if (!unshared) return Fail(error, "unshare(CLONE_NEWUSER|CLONE_NEWNS|PID|NET|IPC|UTS)", true);
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        errno = EPERM;
+        return Fail(error, "map every id in the user namespace", true);
+    }
+    return true;
+}
+
 }  // namespace
 
 bool UnshareNamespaces(bool isolate, SetupError* error) {
     const uid_t uid = geteuid();
     const gid_t gid = getegid();
-    int flags = CLONE_NEWNS | (uid != 0 ? CLONE_NEWUSER : 0);
-    if (isolate) flags |= CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWUTS;
-    if (unshare(flags) != 0) {
-        return Fail(error, std::string("unshare(") + (uid != 0 ? "CLONE_NEWUSER|" : "") +
+    int flags = CLONE_NEWNS;
+    if (isolate) flags |= CLONE_NEWUSER | CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWUTS;
+    if (uid == 0 && isolate) {
+        if (!UnshareAsRoot(flags, error)) return false;
+    } else if (unshare(flags | (uid != 0 ? CLONE_NEWUSER : 0)) != 0) {
+        return Fail(error, std::string("unshare(") + (uid != 0 || isolate ? "CLONE_NEWUSER|" : "") +
                                    "CLONE_NEWNS" + (isolate ? "|PID|NET|IPC|UTS" : "") + ")",
                     true);
-    }
-    if (uid != 0 && !(WriteIdMap("/proc/self/setgroups", "deny", error) &&
-                      WriteIdMap("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1", error) &&
-                      WriteIdMap("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1", error))) {
+    } else if (uid != 0 &&
+               !(WriteIdMap("/proc/self/setgroups", "deny", error) &&
+                 WriteIdMap("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1", error) &&
+                 WriteIdMap("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1", error))) {
         return false;
     }
     if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {

@@ -20,7 +20,8 @@ struct SetupError {
 
 // Moves the calling process into a new mount namespace, inside a new user
 // namespace mapping it to root when it isn't root, and when |isolate| also
-// new PID (for its next child), network, IPC and UTS namespaces.
+// new PID (for its next child), network, IPC and UTS namespaces, and, for
+// root, a user namespace mapping every id to itself.
 bool UnshareNamespaces(bool isolate, SetupError* error);
 
 // Mounts the root of |layout| on its mount point: the overlay of its layers,

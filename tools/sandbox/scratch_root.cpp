@@ -113,7 +113,7 @@ std::string TryOverlay(const RootLayout& layout, bool* namespaces_refused) {
     if (pid == 0) {
         close(fds[0]);
         SetupError error;
-        const bool unshared = UnshareNamespaces(false, &error);
+        const bool unshared = UnshareNamespaces(true, &error);
         if (unshared && MountRoot(layout, &error)) _exit(0);
         const std::string message = (unshared ? "+" : "-") + error.message;
         android::base::WriteFully(fds[1], message.data(), message.size());
