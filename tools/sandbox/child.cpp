@@ -159,7 +159,8 @@ void DieWithParent(pid_t parent, int alive) {
 [[noreturn]] void RunFunction(int fd, const RootLayout& layout, const Options& options,
                               const Function& fn) {
     ChildContext ctx(fd, options);
-    // LeakSanitizer walks /proc/self; the root gets a /proc of its own PID namespace.
+    // LeakSanitizer walks /proc/self; the root gets a /proc of its own PID
+    // namespace, uncovered only for the leak check.
     const bool proc = __lsan_do_recoverable_leak_check != nullptr;
     SetupError error;
     if (!MountRoot(layout, &error) || !EnterRoot(layout, options.mounts, proc, &error) ||
@@ -186,7 +187,7 @@ void DieWithParent(pid_t parent, int alive) {
     if (options.capture_tree) SendTree(&ctx, "", 0, options.capture_limit, proc ? "/proc" : "");
     // No exit handlers (threads the function left running just stop), so the
     // leak check that exit would run is run here.
-    if (proc && __lsan_do_recoverable_leak_check() != 0) ctx.Send(kLeaks, {});
+    if (proc && RevealProc() && __lsan_do_recoverable_leak_check() != 0) ctx.Send(kLeaks, {});
     _exit(0);
 }
 

@@ -220,10 +220,16 @@ bool EnterRoot(const RootLayout& layout, const std::vector<MountSetup>& mounts, 
         if (!ok) return false;
     }
     if (proc) {
+        // Mounted now, while the machine's /proc makes a new one allowed, and
+        // covered by an empty read-only tmpfs until RevealProc: the function
+        // sees an empty directory, not the processes.
         const std::string target = root + "/proc";
         mkdir(target.c_str(), 0555);
         if (mount("proc", target.c_str(), "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) != 0) {
             return Fail(error, "mount /proc");
+        }
+        if (mount("tmpfs", target.c_str(), "tmpfs", MS_RDONLY, "size=4k,mode=0555") != 0) {
+            return Fail(error, "cover /proc");
         }
     }
     // The old root stacks on the new one and is then detached: nothing of
@@ -233,6 +239,10 @@ bool EnterRoot(const RootLayout& layout, const std::vector<MountSetup>& mounts, 
     if (umount2(".", MNT_DETACH) != 0) return Fail(error, "detach the old root");
     if (chdir("/") != 0) return Fail(error, "chdir /");
     return true;
+}
+
+bool RevealProc() {
+    return umount2("/proc", MNT_DETACH) == 0;
 }
 
 bool DropPrivileges(SetupError* error) {

@@ -30,9 +30,12 @@ bool MountRoot(const RootLayout& layout, SetupError* error);
 
 // Prepares |mounts| below the mounted root, then makes it "/" (the old root
 // detached) with the working directory at "/". With |proc|, a /proc of the
-// caller's PID namespace is mounted in the root first (where it has one).
+// caller's PID namespace is mounted in the root first, hidden until RevealProc.
 bool EnterRoot(const RootLayout& layout, const std::vector<MountSetup>& mounts, bool proc,
                SetupError* error);
+
+// Uncovers the /proc that EnterRoot mounted, for LeakSanitizer.
+bool RevealProc();
 
 // Sets no_new_privs and bounds every capability set to what the library's
 // operations need: mount, chown, and reading and writing files the process
