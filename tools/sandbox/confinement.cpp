@@ -160,7 +160,13 @@ bool UnshareNamespaces(bool isolate, SetupError* error) {
     int flags = CLONE_NEWNS;
     if (isolate) flags |= CLONE_NEWUSER | CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWUTS;
     if (uid == 0 && isolate) {
-        if (!UnshareAsRoot(flags, error)) return false;
+        // A process with threads (a ThreadSanitizer runtime's, for one) may
+        // not enter a user namespace: root then keeps the machine's, its
+        // capabilities still bounded below.
+        if (!UnshareAsRoot(flags, error) &&
+            !(errno == EINVAL && unshare(flags & ~CLONE_NEWUSER) == 0)) {
+            return false;
+        }
     } else if (unshare(flags | (uid != 0 ? CLONE_NEWUSER : 0)) != 0) {
         return Fail(error, std::string("unshare(") + (uid != 0 || isolate ? "CLONE_NEWUSER|" : "") +
                                    "CLONE_NEWNS" + (isolate ? "|PID|NET|IPC|UTS" : "") + ")",
