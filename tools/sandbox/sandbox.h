@@ -109,7 +109,6 @@ class ScratchRoot {
     std::string fallback_;
     bool keep_ = false;
     int watcher_fd_ = -1;  // its closing tells the watcher to remove the scratch
-    pid_t watcher_ = -1;
 };
 
 // A file system prepared in the child before the function runs.
