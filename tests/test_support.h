@@ -44,15 +44,6 @@ sandbox::Outcome RunInDevice(const Root& root, const sandbox::Options& options,
         ASSERT_TRUE((outcome).Completed()) << (outcome).Describe(); \
     } while (0)
 
-// Batches sent with |kind|, in order.
-inline std::vector<PropertyMap> BatchesOfKind(const sandbox::Outcome& outcome, int kind) {
-    std::vector<PropertyMap> batches;
-    for (const sandbox::Batch& batch : outcome.batches) {
-        if (batch.kind == kind) batches.push_back(batch.props);
-    }
-    return batches;
-}
-
 // Paths of the built artefacts and the repository's examples.
 inline std::string LibraryPath() {
     return ZELVA_LIBRARY_PATH;
