@@ -7,6 +7,7 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -114,7 +115,11 @@ inline std::string Property(const std::string& name) {
 struct Entry {
     bool directory;
     std::string content;  // files only
+    bool aged = false;    // files only: still carries the time Age() gave it
 };
+
+// The modification time that Age() gives every file: a file written later has another.
+inline constexpr time_t kAgedTime = 1;
 
 // Everything in the device root but /proc and the working directory (the host's), by path
 // (links not followed).
@@ -141,11 +146,19 @@ inline std::map<std::string, Entry> WalkRoot() {
             } else {
                 std::string content;
                 if (S_ISREG(st.st_mode)) android::base::ReadFileToString(path, &content);
-                entries[path] = {false, content};
+                entries[path] = {false, content, st.st_mtim.tv_sec == kAgedTime};
             }
         }
     }
     return entries;
+}
+
+// Gives every file of the tree the time kAgedTime, so that a later write shows.
+inline void Age() {
+    const struct timespec times[2] = {{kAgedTime, 0}, {kAgedTime, 0}};
+    for (const auto& [path, entry] : WalkRoot()) {
+        if (!entry.directory) utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW);
+    }
 }
 
 // A sample of the input as fields: "\n"-separated lines of "<letter><index> <text>".
