@@ -223,6 +223,49 @@ void CheckLogo(FuzzedDataProvider& in) {
     }
 }
 
+// --- Slot 9: the keys it takes from the properties ---
+
+std::string Lower(std::string text) {
+    for (char& c : text) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+void CheckSlot9(FuzzedDataProvider& in) {
+    constexpr const char* kValues[] = {"", "k", "r", "ABC", "Def"};
+    const char* const names[] = {"sys.sim.switch.first", "sys.sim.switch.current",
+                                 "sys.region.switch.first", "persist.sys.zelva.operator.opta",
+                                 "persist.sys.zelva.operator.optb"};
+    std::map<std::string, std::string> props;
+    for (const char* name : names) {
+        props[name] = Pick(in, kValues);
+        hostplatform::SetProperty(name, props[name]);
+    }
+    fuzz_device::PutFile("/my_carrier/properties/k/SimSwitchFirstTime/a.prop", "f=1\n");
+    fuzz_device::PutFile("/my_carrier/etc/build.abc-def.prop", "s=1\n");
+    InitExtensionPropertyImpl impl;
+    impl.simSwitchFirstKey = Pick(in, kValues);
+    impl.simSwitchCurrentKey = Pick(in, kValues);
+    impl.regionSwitchKey = Pick(in, kValues);
+    impl.ssvOldKey = Pick(in, kValues);
+    // A set property replaces a key; the operator pair replaces the old SSV key, in lower case.
+    const auto replaced = [&](const std::string& key, const char* name) {
+        return props[name].empty() ? key : props[name];
+    };
+    const std::vector<std::string> expected = {
+            replaced(impl.simSwitchFirstKey, names[0]), replaced(impl.simSwitchCurrentKey, names[1]),
+            replaced(impl.regionSwitchKey, names[2]),
+            props[names[3]].empty() || props[names[4]].empty()
+                    ? impl.ssvOldKey
+                    : Lower(props[names[3]]) + "-" + Lower(props[names[4]]),
+    };
+    impl.loadSimSwitchOverrideProperties([](int kind, PropertyMap batch) {
+        if (kind != 0 || batch.empty()) fuzz_device::Fail("slot 9 batch");
+    });
+    const std::vector<std::string> keys = {impl.simSwitchFirstKey, impl.simSwitchCurrentKey,
+                                           impl.regionSwitchKey, impl.ssvOldKey};
+    if (keys != expected) fuzz_device::Fail("slot 9 keys");
+}
+
 // --- Exported helpers ---
 
 void CheckHelpers(FuzzedDataProvider& in) {
@@ -281,11 +324,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     while (in.remaining_bytes() > 0) {
         fuzz_device::FreshTree();
         hostplatform::ResetProperties();
-        switch (in.ConsumeIntegralInRange(0, 3)) {
+        switch (in.ConsumeIntegralInRange(0, 4)) {
             case 0: CheckKeySets(in); break;
             case 1: CheckPartitions(in); break;
             case 2: CheckLogo(in); break;
             case 3: CheckHelpers(in); break;
+            case 4: CheckSlot9(in); break;
         }
     }
     return 0;
