@@ -35,8 +35,10 @@ struct Import {
 std::vector<Import> ImportLines(const std::string& text) {
     std::vector<Import> imports;
     for (std::string line : android::base::Split(text, "\n")) {
-        line = TrimFront(line.substr(0, strnlen(line.c_str(), line.size())));  // NUL ends it
-        while (line.size() > 1 && IsSpace(line.back())) line.pop_back();
+        // As the parser reads a line: trailing whitespace cut from its bytes as
+        // they stand, then a NUL ends the text (a blank before it stays).
+        while (!line.empty() && IsSpace(line.back())) line.pop_back();
+        line = TrimFront(line.substr(0, strnlen(line.c_str(), line.size())));
         if (!android::base::StartsWith(line, kImport)) continue;
         const std::string rest = TrimFront(line.substr(strlen(kImport)));
         const size_t blank = rest.find(' ');  // only a blank ends the name
@@ -59,8 +61,12 @@ void LintImports(LintContext* ctx, const std::string& path) {
                                      expanded.error().message() + "): it is skipped");
             continue;
         }
-        const std::string target =
-                HostPath(ctx->tree, (*expanded)[0] == '/' ? *expanded : "/" + *expanded, false);
+        // The parser looks the expanded name up as it stands: an empty one names nothing.
+        std::string target;
+        if (!expanded->empty()) {
+            target =
+                    HostPath(ctx->tree, (*expanded)[0] == '/' ? *expanded : "/" + *expanded, false);
+        }
         struct stat st;
         if (target.empty() || lstat(target.c_str(), &st) != 0) {
             ctx->Error(path, "import '" + *expanded + "' names no file in the tree: it is skipped");

@@ -26,7 +26,6 @@ constexpr char kRegionSwitchProperty[] = "sys.region.switch.first";
 constexpr char kSimSwitchConvertProperty[] = "sys.sim.switch.convert";
 constexpr char kNoneClearProperty[] = "ro.none.clear.switch.first";
 constexpr char kFlashbackCompanyProperty[] = "ro.sys.customize.flashback.company";
-constexpr char kFlashbackFile[] = "/mnt/vendor/zelvareserve/system/flag/flashback.cfg";
 constexpr uid_t kSystemUid = 1000;
 constexpr gid_t kSystemGid = 1000;
 

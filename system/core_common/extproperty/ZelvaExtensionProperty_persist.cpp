@@ -16,8 +16,6 @@ namespace android {
 namespace init {
 namespace {
 
-constexpr char kCloudOverrideFile[] =
-        "/data/system/customize/cloud-config/data_cloud_prop_file.prop";
 constexpr char kCompanyDateProperty[] = "ro.zelva.image.my_company.date";
 constexpr char kCompanyDateBackupProperty[] = "persist.sys.zelva.company.ota.version.backup";
 constexpr char kOperatorAProperty[] = "persist.sys.zelva.operator.opta";
