@@ -35,7 +35,7 @@ using android::init::InitExtensionPropertyImpl;
 using android::init::kCotaBindFlags;
 using android::init::kCotaMountInfoFile;
 
-constexpr char kModuleRequest[] = "/data/cota/cota_module_info.prop";
+constexpr const char* kModuleRequest = android::init::kCotaModuleInfoFile;
 constexpr char kCustomizeDir[] = "/data/system/customize";
 
 constexpr const char* kCommands[] = {"mount_and_check_load", "mount_must_load",
@@ -263,8 +263,9 @@ std::string TreeText(const std::map<std::string, fuzz_device::Entry>& tree) {
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     fuzz_device::QuietUnlessAsked();
-    fuzz_device::Enter(sandbox::DeviceTree().File("/system_ext/etc/build.prop",
-                                                  "ro.zelva.image.system_ext.brand=alder\n"));
+    fuzz_device::Enter(sandbox::DeviceTree().File(android::init::kSystemExtBuildProp,
+                                                  std::string(android::init::kBrandProperty) +
+                                                          "=alder\n"));
     android::init::InitCustDirList();
     return 0;
 }

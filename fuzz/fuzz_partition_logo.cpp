@@ -20,6 +20,7 @@
 #include <set>
 
 #include "ZelvaExtensionProperty.h"
+#include "extension_paths.h"
 #include "fuzz_device.h"
 
 namespace {
@@ -169,9 +170,9 @@ void CheckPartitions(FuzzedDataProvider& in) {
 
 // --- Logo copy ---
 
-constexpr char kPartition[] = "/dev/block/by-name/splash_odm";
-constexpr char kImage[] = "/my_company/media/logo/logo.img";
-constexpr char kBinary[] = "/my_company/media/logo/logo.bin";
+using android::init::kLogoBinary;
+using android::init::kLogoImage;
+constexpr const char* kPartition = android::init::kLogoTarget;
 constexpr char kCopiedDate[] = "persist.record.my_company.date.forlogo";
 constexpr char kImageDate[] = "ro.zelva.image.my_company.date.utc";
 
@@ -180,9 +181,10 @@ std::string Bytes(FuzzedDataProvider& in, char fill) {
 }
 
 void CheckLogo(FuzzedDataProvider& in) {
-    constexpr const char* kTriggers[] = {"triggerLogoCopyFromCompanyBoot",
+    const std::string path_trigger = std::string("triggerLogoCopy") + kLogoBinary;
+    const char* const kTriggers[] = {"triggerLogoCopyFromCompanyBoot",
                                          "triggerLogoCopyFromCompany",
-                                         "triggerLogoCopy/my_company/media/logo/logo.bin",
+                                         path_trigger.c_str(),
                                          "triggerLogoCopyX/missing", "triggerLogoCopy",
                                          "propertiesOverrideSwitch", "propertiesOverrideSwitchX"};
     constexpr const char* kDates[] = {"", "1", "2"};
@@ -191,8 +193,8 @@ void CheckLogo(FuzzedDataProvider& in) {
     if (in.ConsumeBool()) image = Bytes(in, 'I');
     if (in.ConsumeBool()) binary = Bytes(in, 'B');
     if (partition) fuzz_device::PutFile(kPartition, *partition);
-    if (image) fuzz_device::PutFile(kImage, *image);
-    if (binary) fuzz_device::PutFile(kBinary, *binary);
+    if (image) fuzz_device::PutFile(kLogoImage, *image);
+    if (binary) fuzz_device::PutFile(kLogoBinary, *binary);
     const std::string copied = Pick(in, kDates), current = Pick(in, kDates);
     hostplatform::SetProperty(kCopiedDate, copied);
     hostplatform::SetProperty(kImageDate, current);
@@ -313,8 +315,9 @@ void CheckHelpers(FuzzedDataProvider& in) {
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     fuzz_device::QuietUnlessAsked();
-    fuzz_device::Enter(sandbox::DeviceTree().File("/system_ext/etc/build.prop",
-                                                  "ro.zelva.image.system_ext.brand=alder\n"));
+    fuzz_device::Enter(sandbox::DeviceTree().File(
+            android::init::kSystemExtBuildProp,
+            std::string(android::init::kBrandProperty) + "=alder\n"));
     android::init::InitCustDirList();
     return 0;
 }

@@ -28,7 +28,7 @@ using android::init::InitExtensionPropertyImpl;
 namespace paths = android::init;
 
 constexpr const char* kFiles[] = {
-        "/my_region/build.prop",
+        paths::kRegionBuildProp,
         "/my_carrier/build.prop",
         "/my_company/build.prop",
         "/my_carrier/etc/build.k.prop",
@@ -43,9 +43,9 @@ constexpr const char* kFiles[] = {
         paths::kReserveSimActionFile,
         paths::kReserveSimSwitchCommonFile,
         paths::kReserveForceConnectFile,
-        "/mnt/vendor/zelvareserve/system/flag/flashback.cfg",
-        "/mnt/vendor/zelvareserve/radio/exp_operator_switch.config",
-        "/data/system/customize/cloud-config/data_cloud_prop_file.prop",
+        paths::kFlashbackFile,
+        paths::kOldNvFlagSources[0],
+        paths::kCloudOverrideFile,
         paths::kDataEmptyAppChannelFile,
         paths::kDataCommonFile,
         paths::kDataSimSwitchFirstFile,
@@ -149,9 +149,10 @@ void CheckWritten(const Boot& boot) {
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     fuzz_device::QuietUnlessAsked();
     fuzz_device::Enter(sandbox::DeviceTree()
-                               .File("/system_ext/etc/build.prop",
-                                     "ro.zelva.image.system_ext.brand=alder\n")
-                               .File("/my_region/build.prop", "ro.zelva.pipeline.region=CN\n"));
+                               .File(paths::kSystemExtBuildProp,
+                                     std::string(paths::kBrandProperty) + "=alder\n")
+                               .File(paths::kRegionBuildProp,
+                                     std::string(paths::kSkuRegionProperty) + "=CN\n"));
     // The directory lists are built once per process, from this brand and region.
     android::init::InitCustDirList();
     return 0;

@@ -191,9 +191,10 @@ void CheckRegionFiles(FuzzedDataProvider& in) {
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     fuzz_device::QuietUnlessAsked();
     fuzz_device::Enter(sandbox::DeviceTree()
-                               .File("/system_ext/etc/build.prop",
-                                     "ro.zelva.image.system_ext.brand=alder\n")
-                               .File("/my_region/build.prop", "ro.zelva.pipeline.region=CN\n"));
+                               .File(android::init::kSystemExtBuildProp,
+                                     std::string(android::init::kBrandProperty) + "=alder\n")
+                               .File(android::init::kRegionBuildProp,
+                                     std::string(android::init::kSkuRegionProperty) + "=CN\n"));
     android::init::InitCustDirList();
     return 0;
 }
