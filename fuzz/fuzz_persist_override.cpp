@@ -194,9 +194,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         // then writes the same line again, on every boot.
         auto before = first.tree.find(path);
         if (path == paths::kDataRegionSwitchFile && android::init::GetSkuRegion() == "CN" &&
-            before != first.tree.end() && before->second.content == entry.content &&
-            entry.content == "sys.region.switch.first=" +
-                                     fuzz_device::Property("persist.sys.remove.region.apk") + "\n") {
+            before != first.tree.end() && before->second.content == entry.content) {
             continue;
         }
         fuzz_device::Fail("second boot wrote " + path);
