@@ -261,7 +261,8 @@ std::string TreeText(const std::map<std::string, fuzz_device::Entry>& tree) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
+    if (fuzz_device::MergeCoordinator(*argc, *argv)) return 0;
     fuzz_device::QuietUnlessAsked();
     fuzz_device::Enter(sandbox::DeviceTree().File(android::init::kSystemExtBuildProp,
                                                   std::string(android::init::kBrandProperty) +

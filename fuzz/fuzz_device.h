@@ -12,6 +12,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <initializer_list>
 #include <map>
@@ -53,6 +54,18 @@ inline void QuietUnlessAsked() {
 inline int KernelMount(const char* source, const char* target, const char* type,
                        unsigned long flags, const void* data) {
     return static_cast<int>(syscall(SYS_mount, source, target, type, flags, data));
+}
+
+// Whether this process only coordinates a corpus merge (-merge=1): it runs no input itself but
+// starts the target again for that, which a process inside the device root can't (the host's
+// libraries are out of reach there). Run merges with -merge_control_file=<relative path>.
+inline bool MergeCoordinator(int argc, char** argv) {
+    bool merge = false, inner = false;
+    for (int i = 1; i < argc; ++i) {
+        merge |= strcmp(argv[i], "-merge=1") == 0;
+        inner |= strncmp(argv[i], "-merge_inner=", 13) == 0;
+    }
+    return merge && !inner;
 }
 
 // Enters a device root holding |tree|, with a tmpfs at each of kTopLevel, in this process and

@@ -146,7 +146,8 @@ void CheckWritten(const Boot& boot) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
+    if (fuzz_device::MergeCoordinator(*argc, *argv)) return 0;
     fuzz_device::QuietUnlessAsked();
     fuzz_device::Enter(sandbox::DeviceTree()
                                .File(paths::kSystemExtBuildProp,

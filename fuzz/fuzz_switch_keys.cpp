@@ -188,7 +188,8 @@ void CheckRegionFiles(FuzzedDataProvider& in) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
+    if (fuzz_device::MergeCoordinator(*argc, *argv)) return 0;
     fuzz_device::QuietUnlessAsked();
     fuzz_device::Enter(sandbox::DeviceTree()
                                .File(android::init::kSystemExtBuildProp,
