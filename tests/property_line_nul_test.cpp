@@ -1,14 +1,13 @@
 // A NUL byte inside a property line. Trailing whitespace is cut from the line as
 // its bytes stand, and a NUL is not whitespace; the NUL then ends the line's
 // text. So a blank just before the NUL stays in the value, for the loader, the
-// single-property lookup, the directory lists built from them, and lint.
+// single-property lookup and lint.
 
 #include <filesystem>
 
 #include <android-base/file.h>
 #include <gmock/gmock.h>
 
-#include "ZelvaExtensionProperty.h"
 #include "test_support.h"
 #include "utils.h"
 
@@ -45,21 +44,6 @@ TEST_F(PropertyLineNulTest, LookupKeepsTheBlankBeforeANul) {
     const std::string path = Put("ROM=256 \0\nmarket=Alder\0\t\n"s);
     EXPECT_EQ(load_property_from_file(path.c_str(), "ROM"), "256 ");
     EXPECT_EQ(load_property_from_file(path.c_str(), "market"), "Alder");
-}
-
-// "alder " is not "alder": the brand has no letter, and the brand directories end in "/".
-TEST(PropertyLineNulBootTest, BrandFollowedByBlankAndNulHasNoLetter) {
-    sandbox::DeviceTree tree;
-    tree.File("/system_ext/etc/build.prop", "ro.zelva.image.system_ext.brand=alder \0\n"s);
-    sandbox::Outcome o = RunInDevice(tree, [](sandbox::Context& ctx) {
-        android::init::InitExtensionPropertyImpl::getInstance();
-        const std::vector<std::string>& dirs = android::init::CustDirList();
-        ctx.Note("entry 6", dirs.at(5));
-        ctx.Note("entry 25", dirs.at(24));
-    });
-    ASSERT_DEVICE_RAN(o);
-    EXPECT_EQ(o.notes["entry 6"], "/mnt/vendor/my_region/global/");
-    EXPECT_EQ(o.notes["entry 25"], "/my_region/");
 }
 
 // Writes |content| at |path| below |root|, making the parent directories.

@@ -17,7 +17,26 @@ namespace {
 std::vector<std::string> gCustDirList;
 std::vector<std::string> gPriorityDirList;
 
+// Guards the key members of the object (not its mutex, which slot 12 holds
+// for a whole command). Never held while anything else is done.
+std::mutex gKeyLock;
+
 }  // namespace
+
+std::string CopyKey(const std::string& key) {
+    std::lock_guard<std::mutex> guard(gKeyLock);
+    return key;
+}
+
+bool IsKeyEmpty(const std::string& key) {
+    std::lock_guard<std::mutex> guard(gKeyLock);
+    return key.empty();
+}
+
+void AssignKey(std::string* key, std::string value) {
+    std::lock_guard<std::mutex> guard(gKeyLock);
+    key->swap(value);  // |value| takes the old key, freed after the lock is released
+}
 
 std::string BrandLetter(const std::string& brand) {
     if (strcasecmp(brand.c_str(), "alder") == 0) return "A";

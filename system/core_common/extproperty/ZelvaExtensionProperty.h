@@ -69,6 +69,16 @@ class InitExtensionPropertyImpl : public IInitExtensionProperty {
     std::mutex mutex;  // held by loadCotaServiceOverrideProperties
 };
 
+// --- Key members (ZelvaExtensionProperty.cpp) ---
+
+// The COTA bind thread reads the key members while host calls assign them.
+// Every read and write of a key member goes through these, which hold one
+// library-wide lock for that one copy, test or assignment only: nobody waits
+// longer than a string copy, and no lock is held while loading.
+std::string CopyKey(const std::string& key);
+bool IsKeyEmpty(const std::string& key);
+void AssignKey(std::string* key, std::string value);
+
 // --- Customization directory lists (ZelvaExtensionProperty.cpp) ---
 
 // Fills both lists, each only while it is empty.

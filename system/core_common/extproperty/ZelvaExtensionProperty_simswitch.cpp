@@ -126,20 +126,20 @@ void InitExtensionPropertyImpl::loadNightjarOverrideProperties(PropertySink sink
 
 void InitExtensionPropertyImpl::loadSimSwitchOverrideProperties(PropertySink sink) noexcept {
     if (std::string first = GetSystemProperty("sys.sim.switch.first"); !first.empty()) {
-        simSwitchFirstKey = std::move(first);
+        AssignKey(&simSwitchFirstKey, std::move(first));
     }
     if (std::string current = GetSystemProperty("sys.sim.switch.current"); !current.empty()) {
-        simSwitchCurrentKey = std::move(current);
+        AssignKey(&simSwitchCurrentKey, std::move(current));
     }
     const std::string opta = GetSystemProperty("persist.sys.zelva.operator.opta");
     const std::string optb = GetSystemProperty("persist.sys.zelva.operator.optb");
-    if (!opta.empty() && !optb.empty()) ssvOldKey = OperatorSsvKey(opta, optb);
+    if (!opta.empty() && !optb.empty()) AssignKey(&ssvOldKey, OperatorSsvKey(opta, optb));
     if (std::string region = GetSystemProperty("sys.region.switch.first"); !region.empty()) {
-        regionSwitchKey = std::move(region);
+        AssignKey(&regionSwitchKey, std::move(region));
     }
 
-    if (simSwitchFirstKey.empty() && simSwitchCurrentKey.empty() && ssvOldKey.empty() &&
-        regionSwitchKey.empty()) {
+    if (IsKeyEmpty(simSwitchFirstKey) && IsKeyEmpty(simSwitchCurrentKey) && IsKeyEmpty(ssvOldKey) &&
+        IsKeyEmpty(regionSwitchKey)) {
         loadSpecialProperties(sink);
         return;
     }
