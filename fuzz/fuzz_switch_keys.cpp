@@ -14,7 +14,9 @@
 //   first 255 bytes) and returns 0;
 // - isConvertFromCustomMap / saveRegionSwitchKeyOnReserve: the file is kept only when its region
 //   key traces back through custom_map.prop; the reserve file is one "name=value" line, and an
-//   empty value writes nothing.
+//   empty value writes nothing;
+// - doRegionSwitchForDomestic: only a "CN" device without a reserve region file or a traced data
+//   one gets a reserve region file, from the province or the mapped company type.
 
 #include <fuzzer/FuzzedDataProvider.h>
 #include <sys/stat.h>
@@ -186,6 +188,39 @@ void CheckRegionFiles(FuzzedDataProvider& in) {
     }
 }
 
+// The domestic conversion: only on a "CN" device without a usable region file, the province
+// (as it stands) or else the company type mapped through custom_map.prop becomes the reserve
+// region file's key.
+void CheckDomestic(FuzzedDataProvider& in) {
+    const std::string reserve = android::init::kReserveRegionSwitchFile;
+    const std::string data_file = android::init::kDataRegionSwitchFile;
+    const bool domestic = in.ConsumeBool();
+    fuzz_device::PutFile(android::init::kRegionBuildProp,
+                         std::string(android::init::kSkuRegionProperty) + "=" +
+                                 (domestic ? "CN" : "EU") + "\n");
+    unlink(reserve.c_str());
+    unlink(data_file.c_str());
+    const bool had_reserve = in.ConsumeIntegralInRange(0, 3) == 0;
+    if (had_reserve) fuzz_device::PutFile(reserve, std::string(kRegionProperty) + "=old\n");
+    const std::string data_key = Word(in);
+    const bool had_data = in.ConsumeBool();
+    if (had_data) fuzz_device::PutFile(data_file, std::string(kRegionProperty) + "=" + data_key + "\n");
+    const std::string province = Word(in), company = Word(in);
+    hostplatform::SetProperty("ro.sys.region.switch.first", province);
+    hostplatform::SetProperty("ro.zelva.image.my_company.type", company);
+
+    std::string expected = had_reserve ? std::string(kRegionProperty) + "=old\n" : "";
+    const bool traced = had_data && !data_key.empty() && !ModelSource(data_key, "custom_map.prop").empty();
+    if (domestic && !had_reserve && !traced) {
+        const std::string key = !province.empty() ? province : ModelTarget(company, "custom_map.prop");
+        if (!key.empty()) expected = std::string(kRegionProperty) + "=" + key + "\n";
+    }
+    android::init::doRegionSwitchForDomestic();
+    std::string content;
+    android::base::ReadFileToString(reserve, &content);
+    if (content != expected) fuzz_device::Fail("domestic region file");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
@@ -209,11 +244,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider in(data, size);
     WriteMaps(in);
     while (in.remaining_bytes() > 0) {
-        switch (in.ConsumeIntegralInRange(0, 3)) {
+        switch (in.ConsumeIntegralInRange(0, 4)) {
             case 0: CheckLookups(in); break;
             case 1: CheckFirstKey(in); break;
             case 2: CheckCreateDirectory(in); break;
             case 3: CheckRegionFiles(in); break;
+            case 4: CheckDomestic(in); break;
         }
     }
     return 0;
