@@ -8,7 +8,6 @@
 
 #include <android-base/file.h>
 #include <android-base/logging.h>
-#include <android-base/strings.h>
 #include <android-base/unique_fd.h>
 
 #include "ZelvaExtensionProperty.h"
@@ -59,16 +58,9 @@ struct KeyFile {
     const char* rewrite_failed;
 };
 
-// A key as the name=value line written for it reads back: its first line,
-// without the whitespace around it. A key taken as it stands (a legacy file's
-// trailing line break, blanks in a property) would differ from the one every
-// later boot reads from the file, and could leave a second line in it.
-std::string KeyAsReadBack(const std::string& text) {
-    return android::base::Trim(text.substr(0, text.find_first_of(std::string("\n\0", 2))));
-}
-
 // Loads a reserve key file that exists into |props| and the key member |key|.
-// A legacy file holds the bare key: it is rewritten once into the name=value form.
+// A legacy file holds the bare key: it is rewritten once into the name=value form,
+// with the content as it was read (a trailing line break stays part of the key).
 void ReadReserveKeyFile(const KeyFile& file, PropertyMap* props, std::string* key) {
     if (!LoadOrLog(file.path, props, file.parse_failed)) return;
     if (auto it = props->find(file.property); it != props->end()) {
@@ -79,7 +71,6 @@ void ReadReserveKeyFile(const KeyFile& file, PropertyMap* props, std::string* ke
     if (!ReadFileToStringNoFollow(file.path, &content)) {
         LOG(ERROR) << file.legacy_read_failed << file.path;
     }
-    content = KeyAsReadBack(content);
     if (content.empty()) return;
     LOG(ERROR) << file.legacy_converted;
     props->emplace(file.property, content);
@@ -152,7 +143,7 @@ void LoadSsvReserveStore(PropertyMap* props) {
 // Without a region file anywhere, the region removal property names the key.
 void RegionKeyFromRemovalProperty(PropertyMap* props) {
     if (Exists(kDataRegionSwitchFile) || Exists(kReserveRegionSwitchFile)) return;
-    const std::string region = KeyAsReadBack(GetSystemProperty("persist.sys.remove.region.apk"));
+    const std::string region = GetSystemProperty("persist.sys.remove.region.apk");
     if (region.empty() || region == "false") return;
     props->emplace(kRegionSwitchProperty, region);
     auto written = WriteFile(kDataRegionSwitchFile,
