@@ -12,14 +12,19 @@
 // - every mount is a read-only COTA bind (flags 0x1485) of exactly the request's source and
 //   bind point, made only when the request allows it (verify exactly "1" for an image), or the
 //   media bind of a "/my_" directory;
-// - directories are created only by "bind_basic_point", and only under the base directory or
-//   /data/system/customize.
+// - directories are created only by "bind_basic_point", and only those that a module directory
+//   accepted by its plain prefix test (the base directory or /data/system/customize) names: the
+//   directory its path reads as, ".." components included, and the parents made on the way.
+//   A module directory failing the test has nothing made for it.
 // A one-character display version ends the process by design (composing the display version
 // takes its last two characters). The host here never lets the properties reach that state
 // (see ApplyBatchAsHost); any abort is a finding.
 
 #include <errno.h>
 #include <stdarg.h>
+
+#include <filesystem>
+#include <set>
 
 #include <android-base/logging.h>
 #include <android-base/strings.h>
@@ -145,8 +150,40 @@ struct Expected {
     std::vector<MountCall> binds;       // the COTA binds, in order
     std::vector<PropertyMap> forwards;  // batches that must be among those sent
     PropertyMap requests;               // every request entry, for the leak check
-    bool may_create_dirs = false;
+    std::set<std::string> dirs;         // directories the command may create, in normal form
 };
+
+// |path| as the kernel resolves it where every component is a directory (the tree holds no
+// symbolic links): "." and ".." taken lexically, no separator at the end.
+std::string NormalPath(const std::string& path) {
+    std::string normal = std::filesystem::path(path).lexically_normal().string();
+    while (normal.size() > 1 && normal.back() == '/') normal.pop_back();
+    return normal;
+}
+
+// The module directories of a total module info request that pass the plain prefix test: they
+// begin with the base directory as the property reads, or with /data/system/customize.
+std::vector<std::string> AcceptedModuleDirs(const PropertyMap& request) {
+    std::string base = fuzz_device::Property(kProperties[0]);
+    if (base.empty()) base = "/mnt/cota";
+    std::vector<std::string> accepted;
+    for (const auto& [name, dir] : request) {
+        if (StartsWith(name, "sys.") || StartsWith(name, "ro.")) continue;
+        if (StartsWith(dir, base) || StartsWith(dir, kCustomizeDir)) accepted.push_back(dir);
+    }
+    return accepted;
+}
+
+// The directories that making |dir| may create: each parent is the path up to a '/', made
+// before the path below it.
+std::set<std::string> DirsMadeFor(const std::string& dir) {
+    std::set<std::string> made = {NormalPath(dir)};
+    for (size_t slash = dir.find('/', 1); slash != std::string::npos;
+         slash = dir.find('/', slash + 1)) {
+        made.insert(NormalPath(dir.substr(0, slash)));
+    }
+    return made;
+}
 
 void ExpectImage(const PropertyMap& request, Expected* e) {
     e->consumed.push_back(kCotaMountInfoFile);
@@ -184,7 +221,7 @@ Expected Expect(const std::string& command) {
     } else if (command == "bind_basic_point" && image_request) {
         e.requests = image;
         e.consumed.push_back(kCotaMountInfoFile);
-        e.may_create_dirs = true;
+        for (const std::string& dir : AcceptedModuleDirs(image)) e.dirs.merge(DirsMadeFor(dir));
         if (module_request) ExpectModule(module, &e);
         e.requests.insert(module.begin(), module.end());
         const PropertyMap forward = Forwarded(image, false);
@@ -196,16 +233,8 @@ Expected Expect(const std::string& command) {
     return e;
 }
 
-// The base directory of the COTA modules, as the library reads it, in normal form.
-std::string ModuleBase() {
-    std::string base = fuzz_device::Property(kProperties[0]);
-    if (base.empty()) base = "/mnt/cota";
-    return std::filesystem::path(base).lexically_normal().string();
-}
-
 void Check(const Expected& e, const std::vector<std::pair<int, PropertyMap>>& batches,
-           const std::map<std::string, fuzz_device::Entry>& before, const std::string& base,
-           const std::string& tree_text) {
+           const std::map<std::string, fuzz_device::Entry>& before, const std::string& tree_text) {
     for (const char* path : e.consumed) {
         if (access(path, F_OK) == 0) fuzz_device::Fail(std::string("request left behind: ") + path);
     }
@@ -239,14 +268,32 @@ void Check(const Expected& e, const std::vector<std::pair<int, PropertyMap>>& ba
     }
     for (const auto& [path, entry] : fuzz_device::WalkRoot()) {
         if (!entry.directory || before.count(path) != 0) continue;
-        if (!e.may_create_dirs) fuzz_device::Fail("directory created: " + path);
-        // The parents of the two roots are made when missing, like any parent.
-        const auto within = [&path = path](const std::string& root) {
-            return StartsWith(path, root) || StartsWith(root, path + "/");
-        };
-        if (!within(base) && !within(kCustomizeDir)) {
-            fuzz_device::Fail("directory created outside " + base + ": " + path);
+        if (e.dirs.count(path) == 0) {
+            fuzz_device::Fail("directory created that no accepted module directory names: " +
+                              path);
         }
+    }
+}
+
+// Whether a module directory of the request would make a directory in this process's working
+// directory, the host's own directory in the device root: such an input is not run.
+bool ReachesHostDirectory(const PropertyMap& request) {
+    static const std::string cwd = std::filesystem::current_path().string();
+    for (const std::string& dir : AcceptedModuleDirs(request)) {
+        for (const std::string& made : DirsMadeFor(dir)) {
+            if (made == cwd || StartsWith(made, cwd + "/")) return true;
+        }
+    }
+    return false;
+}
+
+// Removes the directories made since |before| outside the tree's top-level directories (a module
+// directory may lead there through ".."): FreshTree empties only the top level.
+void RemoveOutsideTree(const std::map<std::string, fuzz_device::Entry>& before) {
+    for (const auto& [path, entry] : fuzz_device::WalkRoot()) {
+        if (!entry.directory || before.count(path) != 0 || fuzz_device::InTree(path)) continue;
+        std::error_code ec;
+        std::filesystem::remove_all(path, ec);
     }
 }
 
@@ -296,11 +343,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (f.kind == 'm') g_fail_mounts = true;
     }
     if (DisplayStart().size() == 1) return 0;  // the documented end of the process, not a finding
+    if (ReachesHostDirectory(LoadRequest(kCotaMountInfoFile))) return 0;
 
     for (const std::string& command : commands) {
         const Expected expected = Expect(command);
         const auto before = fuzz_device::WalkRoot();
-        const std::string base = ModuleBase();
         std::vector<std::pair<int, PropertyMap>> batches;
         g_mounts.clear();
         g_record = true;
@@ -309,7 +356,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             batches.emplace_back(kind, std::move(batch));
         });
         g_record = false;
-        Check(expected, batches, before, base, TreeText(before));
+        Check(expected, batches, before, TreeText(before));
+        RemoveOutsideTree(before);
     }
     return 0;
 }
