@@ -12,6 +12,9 @@
 //   convert marker is written only together with the first file, and no file is left empty;
 // - a second boot on the tree the first one left, from the same properties, writes no file
 //   and, unless a "sys." property was given, resolves the same keys.
+// A key taken as read (a legacy bare key file's content, the region removal property's value)
+// keeps its line breaks and blanks on the boot that writes its line, so that line may span
+// more than one line, and later boots read the key back as the line's first line, trimmed.
 
 #include <android-base/logging.h>
 #include <android-base/strings.h>
@@ -81,13 +84,46 @@ constexpr const char* kProperties[] = {
         "sys.zelva.switch.operator",
 };
 
-// The one-line files of the key stores and the property each one carries.
-const std::map<std::string, std::string> kKeyFiles = {
-        {paths::kReserveSimSwitchFirstFile, "sys.sim.switch.first"},
-        {paths::kReserveSimSwitchCurrentFile, "sys.sim.switch.current"},
-        {paths::kReserveRegionSwitchFile, "sys.region.switch.first"},
-        {paths::kDataRegionSwitchFile, "sys.region.switch.first"},
+// The one-line files of the key stores, the property each one carries and the index of its key
+// in Boot::keys.
+struct KeyFile {
+    std::string property;
+    size_t key;
 };
+const std::map<std::string, KeyFile> kKeyFiles = {
+        {paths::kReserveSimSwitchFirstFile, {"sys.sim.switch.first", 1}},
+        {paths::kReserveSimSwitchCurrentFile, {"sys.sim.switch.current", 2}},
+        {paths::kReserveRegionSwitchFile, {"sys.region.switch.first", 0}},
+        {paths::kDataRegionSwitchFile, {"sys.region.switch.first", 0}},
+};
+
+// The key that the line "<property>=<raw>\n" reads back as, as a property file line reads:
+// its first line, trailing blanks cut from the bytes as they stand, then cut at a NUL, leading
+// blanks removed.
+std::string ReadBack(const std::string& raw) {
+    std::string line = raw.substr(0, raw.find('\n'));
+    while (!line.empty() && isspace(static_cast<unsigned char>(line.back()))) line.pop_back();
+    line.resize(std::min(line.size(), line.find('\0')));
+    const size_t start = line.find_first_not_of(" \t\n\v\f\r");
+    return start == std::string::npos ? "" : line.substr(start);
+}
+
+// Per key file, the key that a boot would take as read and write into it: a reserve file's own
+// content (a legacy bare key), the region removal property's value for the data region file.
+// Only those that read back as something else.
+std::map<std::string, std::string> KeysTakenAsRead() {
+    std::map<std::string, std::string> raw;
+    for (const auto& [path, file] : kKeyFiles) {
+        std::string content;
+        if (path == paths::kDataRegionSwitchFile) {
+            content = fuzz_device::Property("persist.sys.remove.region.apk");
+        } else if (!android::base::ReadFileToString(path, &content)) {
+            continue;
+        }
+        if (ReadBack(content) != content) raw.emplace(path, content);
+    }
+    return raw;
+}
 
 void CheckBatch(int kind, const PropertyMap& batch) {
     if (batch.empty()) fuzz_device::Fail("empty batch of kind " + std::to_string(kind));
@@ -123,15 +159,22 @@ Boot RunBoot() {
             fuzz_device::WalkRoot()};
 }
 
-// What the files that a boot wrote must look like.
-void CheckWritten(const Boot& boot) {
+// What the files that a boot wrote must look like. Returns the key files written with a key
+// taken as read (of |as_read|) that reads back as something else.
+std::map<std::string, std::string> CheckWritten(const Boot& boot,
+                                                const std::map<std::string, std::string>& as_read) {
+    std::map<std::string, std::string> written_as_read;
     for (const auto& [path, entry] : boot.tree) {
         if (entry.directory || entry.aged) continue;
         if (entry.content.empty()) fuzz_device::Fail("empty file left: " + path);
         if (auto key = kKeyFiles.find(path); key != kKeyFiles.end()) {
             const std::string& text = entry.content;
-            if (!StartsWith(text, key->second + "=") || text.back() != '\n' ||
-                text.find('\n') != text.size() - 1) {
+            const std::string prefix = key->second.property + "=";
+            auto raw = as_read.find(path);
+            if (raw != as_read.end() && text == prefix + raw->second + "\n") {
+                written_as_read.insert(*raw);
+            } else if (!StartsWith(text, prefix) || text.back() != '\n' ||
+                       text.find('\n') != text.size() - 1) {
                 fuzz_device::Fail("key file not one line: " + path);
             }
         }
@@ -142,6 +185,7 @@ void CheckWritten(const Boot& boot) {
             }
         }
     }
+    return written_as_read;
 }
 
 }  // namespace
@@ -178,19 +222,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         }
     }
     const PropertyMap build = hostplatform::SnapshotProperties();
+    const std::map<std::string, std::string> as_read = KeysTakenAsRead();
     bool foreign_key_line = false;
-    for (const auto& [path, property] : kKeyFiles) {
+    for (const auto& [path, file] : kKeyFiles) {
         std::string content;
         if (android::base::ReadFileToString(path, &content) &&
             content.find('=') != std::string::npos &&
-            content.find(property + "=") == std::string::npos) {
+            content.find(file.property + "=") == std::string::npos) {
             foreign_key_line = true;
         }
     }
 
     fuzz_device::Age();
     const Boot first = RunBoot();
-    CheckWritten(first);
+    const std::map<std::string, std::string> written_as_read = CheckWritten(first, as_read);
 
     // The second boot starts from the same properties: what differs is only the tree.
     hostplatform::ResetProperties();
@@ -217,10 +262,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (StartsWith(entry.first, "sys.")) return 0;
     }
     if (foreign_key_line) return 0;
+    // A key the first boot took as read and wrote is read back from its line by the second. The
+    // first boot holds it as read, or as the host's property gives it back (up to a NUL).
+    std::vector<std::string> expected = first.keys;
+    for (const auto& [path, raw] : written_as_read) {
+        std::string& key = expected[kKeyFiles.at(path).key];
+        if (key == raw || key == raw.substr(0, raw.find('\0'))) key = ReadBack(raw);
+    }
     for (size_t i = 0; i < first.keys.size(); ++i) {
-        if (second.keys[i] != first.keys[i]) {
+        if (second.keys[i] != expected[i]) {
             fuzz_device::Fail("second boot resolved key " + std::to_string(i) + " as '" +
-                              second.keys[i] + "', the first as '" + first.keys[i] + "'");
+                              second.keys[i] + "', the first as '" + first.keys[i] +
+                              "', expected '" + expected[i] + "'");
         }
     }
     return 0;
