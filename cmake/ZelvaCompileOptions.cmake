@@ -17,3 +17,10 @@ endif()
 if(ZELVA_BUILD_FUZZERS)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
+
+# clang source-based coverage for every object and link (scripts/fuzz-coverage.sh).
+option(ZELVA_COVERAGE "Build with clang source-based coverage (clang only)" OFF)
+if(ZELVA_COVERAGE)
+  add_compile_options(-fprofile-instr-generate -fcoverage-mapping)
+  add_link_options(-fprofile-instr-generate)
+endif()

@@ -59,7 +59,8 @@ struct KeyFile {
 };
 
 // Loads a reserve key file that exists into |props| and the key member |key|.
-// A legacy file holds the bare key: it is rewritten once into the name=value form.
+// A legacy file holds the bare key: it is rewritten once into the name=value form,
+// with the content as it was read (a trailing line break stays part of the key).
 void ReadReserveKeyFile(const KeyFile& file, PropertyMap* props, std::string* key) {
     if (!LoadOrLog(file.path, props, file.parse_failed)) return;
     if (auto it = props->find(file.property); it != props->end()) {
