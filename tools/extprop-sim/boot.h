@@ -80,7 +80,8 @@ int StepIndex(const std::string& label);
 // Reads "name=value" lines into |props|.
 bool ReadPropsFile(const std::string& path, PropertyMap* props, std::string* error);
 
-// The default library: ../lib/libzelvaextproperty.so beside this executable.
+// The default library: libzelvaextproperty.so.<major> in the libdir that
+// this executable was built for, relative to its own directory.
 std::string DefaultLibraryPath();
 
 }  // namespace extprop_sim

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "build_config.h"
 #include "commands.h"
 
 namespace {
@@ -11,6 +12,7 @@ namespace {
 constexpr char kUsage[] = R"(extprop-sim - runs libzelvaextproperty on a host as init would
 
 Usage:
+  extprop-sim --help | --version
   extprop-sim boot --root DIR [BOOT OPTIONS] [--json] [--keep-root]
       Copies the device tree DIR to a scratch root, enters it in a private mount
       namespace, loads the library, and runs init's boot sequence (or the steps
@@ -43,7 +45,8 @@ Usage:
 Boot options:
   --props FILE   system properties set before boot, one name=value a line
   --script FILE  boot steps to run instead of init's boot sequence (below)
-  --lib PATH     the library to load (default: ../lib beside this program)
+  --lib PATH     the library to load (default: )" EXTPROP_SIM_DEFAULT_LIBRARY R"(
+                 from this program's directory)
   -v, --verbose  the library's VERBOSE records too
 
 Script steps, one a line (# starts a comment):
@@ -64,6 +67,10 @@ int main(int argc, char** argv) {
         strcmp(argv[1], "help") == 0) {
         fputs(kUsage, argc < 2 ? stderr : stdout);
         return argc < 2 ? kExitError : kExitOk;
+    }
+    if (strcmp(argv[1], "--version") == 0) {
+        printf("extprop-sim %s\n", EXTPROP_SIM_VERSION);
+        return kExitOk;
     }
     const std::string command = argv[1];
     const Args args(argv + 2, argv + argc);
