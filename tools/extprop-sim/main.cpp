@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // extprop-sim: boots libzelvaextproperty against a device tree on a Linux
 // machine and shows what init would receive.
 
@@ -12,7 +13,6 @@ namespace {
 constexpr char kUsage[] = R"(extprop-sim - runs libzelvaextproperty on a host as init would
 
 Usage:
-  extprop-sim --help | --version
   extprop-sim boot --root DIR [BOOT OPTIONS] [--json] [--keep-root]
       Copies the device tree DIR to a scratch root, enters it in a private mount
       namespace, loads the library, and runs init's boot sequence (or the steps
@@ -41,6 +41,8 @@ Usage:
   extprop-sim parse FILE [--prop NAME=VALUE]... [--filter FILTER] [-v]
       Loads one property file through the library's parser (imports, filters,
       ${name} expansion with the --prop values) and prints the result sorted.
+  extprop-sim --help | --version
+      Prints this text, or the program's name and version.
 
 Boot options:
   --props FILE   system properties set before boot, one name=value a line
