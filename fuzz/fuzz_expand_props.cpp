@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ExpandProps over arbitrary text, against a fixed set of properties.
 
 #include <stddef.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The whole persist override pipeline (slot 6) on a device tree built from the
 // input: files under the library's fixed paths and the system properties it
 // reads. The fuzzer enters the device-root sandbox once, in its own process,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The property-file parser over a small tree of files that import each other.
 //
 // Input: up to four files separated by "\n;;\n". In file i a line "@<digit><rest>" becomes an

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Installs what a fresh Debian bookworm machine lacks to build, test, fuzz and
 # benchmark the project. Safe to run again.
 set -euo pipefail

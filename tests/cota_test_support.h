@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Helpers shared by the SIM-switch, media path and COTA tests.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The built library's exported surface and how a host loads it.
 
 #include <stdio.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Switch key resolution as boots see it: what one boot writes to the reserve
 // and data stores is what the next boot reads.
 

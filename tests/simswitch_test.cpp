@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The override entries of slots 7 (COTA), 8 (nightjar), 9 and 10 (SIM switch), the boot
 // logo copy and the media path bind (slot 3).
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Switch-key map files, the old NV and SSV identities, directory creation and
 // the domestic region conversion.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Booting the extension library the way init does: dlopen it, fetch the
 // object through QRAV_FETCH_IInitExtensionProperty and call its operations,
 // inside the device-root sandbox, setting every batch as init would.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // parse FILE: one property file through the library's own parser.
 
 #include <unistd.h>

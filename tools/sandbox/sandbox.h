@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Device-root sandbox: runs a function in a child process whose "/" is a
 // scratch copy of a device tree, inside its own mount namespace (and a user
 // namespace mapping the caller to root when the caller isn't root). The
