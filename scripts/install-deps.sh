@@ -12,6 +12,10 @@ packages=(
   libbenchmark-dev               # bench/
   clang libclang-rt-14-dev       # libFuzzer targets
   python3                        # bench/ tree generator
+  help2man man-db                # extprop-sim's man page: generated, then read in CI
+  pkg-config                     # the consumer test's pkg-config half
+  debhelper dpkg-dev fakeroot lintian  # the Debian packages (scripts/build-debs.sh)
+  bash-completion                # CI's check of the installed completion
 )
 
 sudo=""
