@@ -28,13 +28,15 @@ TEST(ExportsTest, NineEntryPointsAndLoadsWithoutLibraryPath) {
               "IsLegalPropertyName\nIsLegalPropertyValue\nQRAV_FETCH_IInitExtensionProperty\n"
               "ReadFdToStringWithOffset\nReadFileWithOffset\nWriteStringToFd\nWriteStringToFile\n"
               "getPathName\ntrimPath\n");
-    // It needs libhostplatform.so, found through its run path.
+    // It needs libhostplatform.so, found through its run path in the private
+    // directory beside it.
     EXPECT_THAT(Output("readelf -d " + LibraryPath()),
                 HasSubstr("(NEEDED)             Shared library: [libhostplatform.so]"));
     const std::string dir = LibraryPath().substr(0, LibraryPath().rfind('/'));
     EXPECT_THAT(Output("env -u LD_LIBRARY_PATH ldd " + LibraryPath() + " 2>&1"),
                 AllOf(testing::Not(HasSubstr("not found")),
-                      HasSubstr("libhostplatform.so => " + dir + "/libhostplatform.so")));
+                      HasSubstr("libhostplatform.so => " + dir +
+                                "/zelvaextproperty/libhostplatform.so")));
 }
 
 }  // namespace
