@@ -6,6 +6,7 @@
 // Counters: floor_ns (mean floor), ratio (subject time over floor time); the
 // boot adds peak_heap (peak of live heap bytes during the boot, malloc's
 // rounding included), handed (key and value bytes of every batch) and heap_ratio.
+// zelva_bench --parser_file=PATH times the parser alone on PATH instead.
 
 #include <fcntl.h>
 #include <malloc.h>
@@ -294,12 +295,42 @@ void BM_Boot(benchmark::State& state) {
     state.counters["heap_ratio"] = static_cast<double>(peak_heap) / handed;
 }
 
+// The parser alone on one file (--parser_file=PATH): the floor that
+// bench/sim_bench.py holds the simulator's boot of a tree with that file to.
+std::string gParserFile;
+
+void BM_ParserFile(benchmark::State& state) {
+    android::base::SetLogger(NoLogger);
+    size_t lines = 0;
+    for (auto _ : state) {
+        PropertyMap parsed;
+        const int64_t start = NowNs();
+        if (!load_properties_from_file_without_se(gParserFile.c_str(), nullptr, &parsed)) {
+            return state.SkipWithError(("cannot read " + gParserFile).c_str());
+        }
+        state.SetIterationTime((NowNs() - start) / 1e9);
+        lines = parsed.size();
+    }
+    state.counters["properties"] = static_cast<double>(lines);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     for (int i = 1; i < argc; ++i) {
         if (android::base::StartsWith(argv[i], "--data=")) gDataDir = argv[i] + strlen("--data=");
+        if (android::base::StartsWith(argv[i], "--parser_file=")) {
+            gParserFile = argv[i] + strlen("--parser_file=");
+        }
+    }
+    if (!gParserFile.empty()) {
+        benchmark::RegisterBenchmark("parser/file", BM_ParserFile)
+                ->UseManualTime()
+                ->Unit(benchmark::kMillisecond);
+        benchmark::RunSpecifiedBenchmarks();
+        benchmark::Shutdown();
+        return 0;
     }
     if (gDataDir.empty()) {
         fprintf(stderr, "usage: %s --data=DIR (from bench/gen_tree.py) [flags]\n", argv[0]);

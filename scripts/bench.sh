@@ -12,8 +12,8 @@ cd "$(dirname "$0")/.."
 
 build=build-bench
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DZELVA_BUILD_BENCH=ON \
-  -DZELVA_BUILD_TESTS=OFF -DZELVA_BUILD_TOOLS=OFF >/dev/null
-cmake --build "$build" --target zelva_bench -j "${JOBS:-2}"
+  -DZELVA_BUILD_TESTS=OFF -DZELVA_BUILD_TOOLS=ON >/dev/null
+cmake --build "$build" --target zelva_bench extprop-sim -j "${JOBS:-2}"
 
 data=$(mktemp -d)
 trap 'rm -rf "$data"' EXIT
@@ -27,10 +27,15 @@ done
   --benchmark_repetitions="${REPETITIONS:-5}" --benchmark_report_aggregates_only=true \
   --benchmark_out="$data/results.json" --benchmark_out_format=json "$@"
 
-python3 - "$data/results.json" README.md <<'EOF'
+# The whole simulator command on trees with extra files, extra bytes and a
+# 24 MB build.prop (SIM_REPETITIONS, default 3, interleaved runs).
+python3 bench/sim_bench.py "$build/bin/extprop-sim" "$build/bin/zelva_bench" \
+  examples/alder-eu examples/alder-eu.props "$data/sim.json" "${SIM_REPETITIONS:-3}"
+
+python3 - "$data/results.json" README.md "$data/sim.json" <<'EOF'
 import json, sys
 
-results, readme = sys.argv[1], sys.argv[2]
+results, readme, sim_results = sys.argv[1], sys.argv[2], sys.argv[3]
 runs, reps = {}, 0
 for b in json.load(open(results))["benchmarks"]:
     if b.get("aggregate_name") == "median" and not b.get("error_occurred"):
@@ -61,6 +66,23 @@ if one and ten:
     rows.append(row("peak heap of the scale-10 boot", f"{ten['peak_heap'] / 1e6:.2f} MB",
                     f"{ten['handed'] / 1e6:.2f} MB handed", ten["heap_ratio"], 3))
 
+sim = json.load(open(sim_results))
+wall, cpu = sim["wall_s"], sim["cpu_s"]
+plain = wall["boot plain"]
+rows.append(row("`boot`, example + 10,000 small files", ms(wall["boot files"] * 1e9),
+                ms(plain * 1e9) + " (plain)", wall["boot files"] / plain, 1.5))
+rows.append(row("`boot`, example + 1 GiB in 16 files", ms(wall["boot bytes"] * 1e9),
+                ms(plain * 1e9) + " (plain)", wall["boot bytes"] / plain, 1.5))
+rows.append(row("`explain`, example + 10,000 small files", ms(wall["explain files"] * 1e9),
+                ms(wall["boot files"] * 1e9) + " (boot)",
+                wall["explain files"] / wall["boot files"], 2))
+rows.append(row("`boot`, 24 MB build.prop, CPU time", ms(cpu["boot large"] * 1e9),
+                ms(sim["parser_cpu_s"] * 1e9) + " (parser)",
+                cpu["boot large"] / sim["parser_cpu_s"], 3))
+rows.append(row("`boot`, 24 MB build.prop, peak RSS", f"{sim['peak_rss']['boot large'] / 1e6:.0f} MB",
+                f"{sim['large_file_bytes'] / 1e6:.1f} MB (file)",
+                sim["peak_rss"]["boot large"] / sim["large_file_bytes"], 4))
+
 table = "\n".join([
     "| benchmark | time | floor | ratio | target | met? |",
     "|---|---|---|---|---|---|"] + rows + [
@@ -71,7 +93,12 @@ table = "\n".join([
     "for the boot (the factory, then slots 4, 6, 7, 8 and 9, timed inside the sandboxed child), "
     "reading every file that boot reads and inserting the same pairs, one map per slot. The heap "
     "row compares the peak of live heap bytes during the boot (operator new blocks, malloc's "
-    "rounding included) with the key and value bytes of every batch handed to the host."])
+    "rounding included) with the key and value bytes of every batch handed to the host. "
+    f"The `boot` and `explain` rows run the whole `extprop-sim` command ({sim['repetitions']} "
+    "interleaved runs each, medians; bench/sim_bench.py): wall time against the same command on "
+    "the plain alder-eu example, or against `boot` on the same tree; for the 24 MB build.prop, "
+    "CPU time of the command and its sandboxed child against the parser alone on that file "
+    "(thread CPU time), and the peak RSS of either process against the file's size."])
 print(table)
 text = open(readme).read()
 begin, end = "<!-- bench:begin -->", "<!-- bench:end -->"

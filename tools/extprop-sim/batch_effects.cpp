@@ -11,18 +11,20 @@ namespace {
 // Sets a property as the host's store does: an empty value clears it, and a
 // value of 92 bytes or more is refused outside "ro.".
 Effect Apply(PropertyMap* store, const std::string& name, const std::string& value) {
-    auto it = store->find(name);
-    const std::string before = it != store->end() ? it->second : "";
+    // One lookup per entry: a batch can hold every line of a large build.prop.
+    auto it = store->lower_bound(name);
+    const bool present = it != store->end() && it->first == name;
+    const std::string before = present ? it->second : "";
     if (value.size() >= 92 && !android::base::StartsWith(name, "ro.")) {
         return {Effect::kRefused, before};
     }
     if (value.empty()) {
-        if (it == store->end()) return {Effect::kSame, ""};
+        if (!present) return {Effect::kSame, ""};
         store->erase(it);
         return {Effect::kCleared, before};
     }
-    if (it == store->end()) {
-        store->emplace(name, value);
+    if (!present) {
+        store->emplace_hint(it, name, value);
         return {Effect::kNew, ""};
     }
     if (before == value) return {Effect::kSame, before};
@@ -45,8 +47,9 @@ std::vector<BatchEffects> ReplayBatches(const BootConfig& config, const BootResu
             if (step.kind == Step::Kind::kSetProp) Apply(&store, step.args[0], step.args[1]);
         }
         BatchEffects& batch_effects = effects.emplace_back();
+        batch_effects.reserve(batch.props.size());
         for (const auto& [name, value] : batch.props) {
-            batch_effects[name] = Apply(&store, name, value);
+            batch_effects.push_back(Apply(&store, name, value));
         }
     }
     return effects;

@@ -16,7 +16,8 @@ struct Effect {
     std::string before;  // the value the entry replaced or cleared
 };
 
-using BatchEffects = std::map<std::string, Effect>;
+// One effect per entry of a batch, in the batch's (name) order.
+using BatchEffects = std::vector<Effect>;
 
 // The effect of each entry of each batch of |result|, in batch order. The
 // store starts with the seeded properties and takes the script's setprop

@@ -18,6 +18,7 @@
 #include "IInitExtensionProperty.h"
 #include "build_config.h"
 #include "hostplatform/property_store.h"
+#include "option_file.h"
 
 namespace extprop_sim {
 namespace {
@@ -321,12 +322,12 @@ bool ParseScript(const std::string& text, std::vector<Step>* steps, std::string*
 }
 
 bool ReadPropsFile(const std::string& path, PropertyMap* props, std::string* error) {
-    std::string text;
-    if (!android::base::ReadFileToString(path, &text)) {
-        *error = "cannot read " + path + ": " + strerror(errno);
+    auto text = ReadOptionFile(path);
+    if (!text.ok()) {
+        *error = text.error().message();
         return false;
     }
-    std::istringstream in(text);
+    std::istringstream in(*text);
     std::string line;
     for (int number = 1; std::getline(in, line); ++number) {
         line = android::base::Trim(line);
@@ -385,6 +386,7 @@ BootResult RunBoot(const BootConfig& config) {
 
     const std::vector<Step>& steps = config.steps;
     result.outcome = sandbox::Run(*root, options, [&](sandbox::Context& ctx) {
+        if (config.before_steps) config.before_steps(ctx);
         ctx.SetStep("factory");
         IInitExtensionProperty* object = factory(kLibraryName);
         for (size_t i = 0; i < steps.size(); ++i) {

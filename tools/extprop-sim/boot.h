@@ -56,6 +56,8 @@ struct BootConfig {
     bool echo_logs = false;  // the library's log on stderr as it happens
     bool verbose = false;    // VERBOSE records too
     bool keep_root = false;
+    // Runs inside the device before the object is made.
+    std::function<void(sandbox::Context& ctx)> before_steps;
     // Runs inside the device after each step, with the step's index: a look at
     // the files as the step left them (through the mounts the library made).
     std::function<void(sandbox::Context& ctx, size_t step)> after_step;

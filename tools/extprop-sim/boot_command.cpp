@@ -5,6 +5,7 @@
 
 #include "boot_options.h"
 #include "commands.h"
+#include "printable.h"
 #include "report.h"
 
 namespace extprop_sim {
@@ -28,14 +29,22 @@ int BootCommand(const Args& args) {
     BootConfig config;
     if (!MakeBootConfig(options, &config, &error)) return Fail(error);
     config.keep_root = keep_root;
-    config.echo_logs = !json;
 
     BootResult result = RunBoot(config);
+    // After the boot rather than as it happens: each record's bytes come from
+    // the tree and are escaped like the rest of the text.
+    if (!json) {
+        for (const sandbox::LogRecord& record : result.outcome.logs) {
+            fprintf(stderr, "%c %s:%u] %s\n", SeverityLetter(record.severity),
+                    Printable(record.file).c_str(), record.line, Printable(record.message).c_str());
+        }
+    }
     if (!result.error.empty()) return Fail(result.error);
     const std::string report =
             json ? BootReportJson(config, result) : BootReportText(config, result);
     fwrite(report.data(), 1, report.size(), stdout);
-    if (keep_root) fprintf(stderr, "extprop-sim: device root kept at %s\n", result.root.c_str());
+    if (keep_root)
+        fprintf(stderr, "extprop-sim: device root kept at %s\n", Printable(result.root).c_str());
     return kExitOk;
 }
 

@@ -7,7 +7,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include <android-base/file.h>
+#include "option_file.h"
+#include "printable.h"
 
 namespace extprop_sim {
 
@@ -52,13 +53,13 @@ bool MakeBootConfig(const BootOptions& options, BootConfig* config, std::string*
         return false;
     }
     if (options.script_file.empty()) return true;
-    std::string script;
-    if (!android::base::ReadFileToString(options.script_file, &script)) {
-        *error = "cannot read script " + options.script_file + ": " + strerror(errno);
+    auto script = ReadOptionFile(options.script_file);
+    if (!script.ok()) {
+        *error = script.error().message();
         return false;
     }
     config->steps.clear();
-    if (!ParseScript(script, &config->steps, error)) {
+    if (!ParseScript(*script, &config->steps, error)) {
         *error = options.script_file + ": " + *error;
         return false;
     }
@@ -66,7 +67,7 @@ bool MakeBootConfig(const BootOptions& options, BootConfig* config, std::string*
 }
 
 bool BootQuietly(const BootConfig& config, BootResult* result, std::string* error) {
-    fprintf(stderr, "extprop-sim: booting %s\n", config.tree.c_str());
+    fprintf(stderr, "extprop-sim: booting %s\n", Printable(config.tree).c_str());
     *result = RunBoot(config);
     *error = result->error;
     return error->empty();

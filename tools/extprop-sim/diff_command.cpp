@@ -5,6 +5,7 @@
 
 #include "boot_options.h"
 #include "commands.h"
+#include "printable.h"
 
 namespace extprop_sim {
 
@@ -44,19 +45,20 @@ int DiffCommand(const Args& args) {
     const PropertyMap& pa = result_a.outcome.properties;
     const PropertyMap& pb = result_b.outcome.properties;
     size_t added = 0, removed = 0, changed = 0;
-    std::string out = "--- " + a.tree + "\n+++ " + b.tree + "\n";
+    std::string out = "--- " + Printable(a.tree) + "\n+++ " + Printable(b.tree) + "\n";
     auto ia = pa.begin();
     auto ib = pb.begin();
     while (ia != pa.end() || ib != pb.end()) {
         if (ib == pb.end() || (ia != pa.end() && ia->first < ib->first)) {
-            out += "- " + ia->first + "=" + ia->second + "\n";
+            out += "- " + Printable(ia->first) + "=" + Printable(ia->second) + "\n";
             ++removed, ++ia;
         } else if (ia == pa.end() || ib->first < ia->first) {
-            out += "+ " + ib->first + "=" + ib->second + "\n";
+            out += "+ " + Printable(ib->first) + "=" + Printable(ib->second) + "\n";
             ++added, ++ib;
         } else {
             if (ia->second != ib->second) {
-                out += "~ " + ia->first + ": '" + ia->second + "' -> '" + ib->second + "'\n";
+                out += "~ " + Printable(ia->first) + ": '" + Printable(ia->second) + "' -> '" +
+                       Printable(ib->second) + "'\n";
                 ++changed;
             }
             ++ia, ++ib;

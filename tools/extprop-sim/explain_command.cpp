@@ -12,7 +12,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <optional>
 
 #include <android-base/file.h>
@@ -21,15 +20,12 @@
 
 #include "boot_options.h"
 #include "commands.h"
-#include "tree_path.h"
+#include "file_history.h"
+#include "printable.h"
 #include "utils.h"
 
 namespace extprop_sim {
 namespace {
-
-constexpr char kLoadedPrefix[] = "(Loading properties from ";
-constexpr char kLoadedSuffix[] = " took ";
-constexpr uintmax_t kLargestPropertyFile = 1 << 20;
 
 // One file that set the property while the parser loaded it.
 struct Definition {
@@ -39,49 +35,6 @@ struct Definition {
     std::string value;
     std::vector<std::string> overridden;
 };
-
-// Inside the device, after step |step|: notes the list of files and the
-// content of those that mention |name|.
-void NoteFiles(sandbox::Context& ctx, size_t step, const std::string& name) {
-    namespace fs = std::filesystem;
-    std::string listing;
-    std::error_code ec;
-    fs::recursive_directory_iterator it("/", fs::directory_options::skip_permission_denied, ec);
-    for (const fs::recursive_directory_iterator end; it != end; it.increment(ec)) {
-        if (!fs::is_regular_file(it->symlink_status(ec)) ||
-            it->file_size(ec) > kLargestPropertyFile) {
-            continue;
-        }
-        std::string content;
-        listing += it->path().string() + "\n";
-        if (android::base::ReadFileToString(it->path(), &content) &&
-            content.find(name) != std::string::npos) {
-            ctx.Note("file " + std::to_string(step) + " " + it->path().string(), content);
-        }
-    }
-    ctx.Note("files " + std::to_string(step), listing);
-}
-
-// The content of |file| when step |step| loaded it: as that step left it, or
-// as an earlier one did when the step removed it, or as the tree holds it.
-std::optional<std::string> ContentAt(const sandbox::Outcome& outcome, const std::string& tree,
-                                     const std::string& file, const std::string& step) {
-    const std::string host = HostPath(tree, file, false);
-    if (host.empty()) return std::nullopt;
-    const std::string path = host.substr(tree.size());
-    for (int k = StepIndex(step); k >= 0; --k) {
-        auto listing = outcome.notes.find("files " + std::to_string(k));
-        if (listing == outcome.notes.end() ||
-            ("\n" + listing->second).find("\n" + path + "\n") == std::string::npos) {
-            continue;
-        }
-        auto content = outcome.notes.find("file " + std::to_string(k) + " " + path);
-        return content != outcome.notes.end() ? content->second : "";
-    }
-    std::string content;
-    if (!android::base::ReadFileToString(host, &content, false)) return std::nullopt;
-    return content;
-}
 
 // The value |content| gives |name| by the library's parser, imports aside.
 std::optional<std::string> OwnValue(const std::string& content, const std::string& name) {
@@ -98,9 +51,10 @@ std::optional<std::string> OwnValue(const std::string& content, const std::strin
 
 // The files that set |name| when the parser loaded them, in the order it
 // finished them.
-std::vector<Definition> LoadedDefinitions(const sandbox::Outcome& outcome, const std::string& tree,
+std::vector<Definition> LoadedDefinitions(const sandbox::Outcome& outcome,
                                           const std::string& name) {
     std::vector<Definition> definitions;
+    size_t load = 0;
     for (size_t i = 0; i < outcome.logs.size(); ++i) {
         const sandbox::LogRecord& record = outcome.logs[i];
         const std::string& message = record.message;
@@ -110,7 +64,7 @@ std::vector<Definition> LoadedDefinitions(const sandbox::Outcome& outcome, const
             continue;
         }
         const std::string file = message.substr(begin, took - begin);
-        const auto content = ContentAt(outcome, tree, file, record.step);
+        const auto content = LoadedFiles::Content(outcome, load++);
         if (auto value = content ? OwnValue(*content, name) : std::nullopt) {
             definitions.push_back({i, record.step, file, *value, {}});
         }
@@ -150,11 +104,11 @@ void AttributeOverrides(const sandbox::Outcome& outcome, const std::string& name
 std::string StepText(const BootResult& result, const std::string& step) {
     const int index = StepIndex(step);
     if (index < 0 || index >= static_cast<int>(result.steps.size())) return step;
-    return "step " + step + " " + result.steps[index].Describe();
+    return "step " + step + " " + Printable(result.steps[index].Describe());
 }
 
 std::string Quote(const std::string& value) {
-    return "'" + value + "'";
+    return "'" + Printable(value) + "'";
 }
 
 }  // namespace
@@ -178,24 +132,34 @@ int ExplainCommand(const Args& args) {
     BootConfig config;
     if (!MakeBootConfig(options, &config, &error)) return Fail(error);
     config.verbose = true;  // the parser's "Loading properties" records
-    config.after_step = [&name](sandbox::Context& ctx, size_t step) { NoteFiles(ctx, step, name); };
+    LoadedFiles loaded(name);
+    config.echo_logs = true;  // into the memory file of |loaded|, in the device
+    config.before_steps = [&loaded](sandbox::Context& ctx) {
+        if (!loaded.Start()) ctx.Note("loaded files", strerror(errno));
+    };
+    config.after_step = [&loaded](sandbox::Context& ctx, size_t) { loaded.CaptureAfterStep(ctx); };
     BootResult result;
     if (!BootQuietly(config, &result, &error)) return Fail(error);
     android::base::SetMinimumLogSeverity(android::base::ERROR);  // our own reads stay quiet
     const sandbox::Outcome& outcome = result.outcome;
-    std::vector<Definition> definitions = LoadedDefinitions(outcome, config.tree, name);
+    if (auto failed = outcome.notes.find("loaded files"); failed != outcome.notes.end()) {
+        fprintf(stderr, "extprop-sim: the files the boot loaded can't be read back (%s)\n",
+                failed->second.c_str());
+    }
+    std::vector<Definition> definitions = LoadedDefinitions(outcome, name);
     AttributeOverrides(outcome, name, &definitions);
 
-    std::string out = name + " through the boot of " + config.tree + "\n";
+    std::string out = Printable(name) + " through the boot of " + Printable(config.tree) + "\n";
     if (auto seeded = config.properties.find(name); seeded != config.properties.end()) {
-        out += "Seeded by --props " + options.props_file + ": " + Quote(seeded->second) + "\n";
+        out += "Seeded by --props " + Printable(options.props_file) + ": " + Quote(seeded->second) +
+               "\n";
     }
     out += definitions.empty() ? "No property file set it.\n"
                                : "Files that set it, in the order the parser finished them:\n";
     std::string step;
     for (const Definition& definition : definitions) {
         if (definition.step != step) out += "  " + StepText(result, step = definition.step) + "\n";
-        out += "    " + definition.file + ": " + Quote(definition.value);
+        out += "    " + Printable(definition.file) + ": " + Quote(definition.value);
         for (const std::string& old_value : definition.overridden) {
             out += ", overriding " + Quote(old_value);
         }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // lint: what in a device tree would silently go wrong at boot, found by
-// reading the tree's files the way the library reads them.
+// reading the tree's files the way the library reads them, inside the
+// device root.
 #pragma once
 
 #include <set>
@@ -9,12 +10,16 @@
 
 namespace extprop_sim {
 
+// Lint runs inside the device root, so its paths are device paths.
 struct LintContext {
-    std::string tree;                // the device tree on the host
-    std::vector<std::string> dirs;   // host paths of the customization directories, each once
-    std::vector<std::string> lines;  // findings: "path: error: problem"
-    size_t errors = 0;
-    size_t warnings = 0;
+    struct Finding {
+        bool error;  // else a warning
+        std::string path;
+        std::string problem;
+    };
+    std::string tree;               // prefix of the device paths: "" inside the device root
+    std::vector<std::string> dirs;  // the customization directories, resolved, each once
+    std::vector<Finding> findings;
     std::set<std::string> checked;     // files (with their filter) already checked
     std::vector<std::string> loading;  // files being checked, importer first
 
@@ -22,7 +27,7 @@ struct LintContext {
     void Warning(const std::string& path, const std::string& problem);
 };
 
-// Checks one property file at a host path, as the parser would read it with
+// Checks one property file, as the parser would read it with
 // |filter| (null: none, imports followed): a final symbolic link or an
 // unreadable file, illegal names and values, and imports that can't be
 // expanded, name no file or form a cycle. A missing file is not a finding.

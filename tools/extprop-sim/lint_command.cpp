@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-// lint TREE: reads a device tree the way the library will and reports what
-// would silently go wrong at boot.
+// lint TREE: reads a device tree the way the library will, from inside the
+// device root, and reports what would silently go wrong at boot.
 
+#include <limits.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <clocale>
 #include <cstdio>
+#include <cstring>
 
 #include <android-base/logging.h>
 
@@ -14,7 +17,8 @@
 #include "commands.h"
 #include "hostplatform/property_store.h"
 #include "lint.h"
-#include "tree_path.h"
+#include "printable.h"
+#include "sandbox.h"
 #include "utils.h"
 
 namespace extprop_sim {
@@ -43,10 +47,47 @@ constexpr const char* kFixedFiles[] = {
         "/my_company/etc/build.prop",
 };
 
+// Inside the device root: every path below is a device path, and every
+// symbolic link, absolute ones and loops included, resolves as the library
+// meets it at boot. Each finding goes back as one batch of kind 0 (error) or
+// 1 (warning) holding its path and problem.
+void LintInDevice(sandbox::Context& device, const PropertyMap& seeded) {
+    // Values are checked as init checks them, in UTF-8.
+    if (setlocale(LC_CTYPE, "C.UTF-8") == nullptr) setlocale(LC_CTYPE, "");
+    LintContext ctx;
+    for (const std::string& dir : LintCustomizationDirs(&ctx)) {
+        char resolved[PATH_MAX];
+        if (realpath(dir.c_str(), resolved) == nullptr) {
+            if (errno == ELOOP) ctx.Error(dir, strerror(errno));
+            continue;  // a partition the device doesn't have
+        }
+        if (std::find(ctx.dirs.begin(), ctx.dirs.end(), resolved) == ctx.dirs.end()) {
+            ctx.dirs.push_back(resolved);
+        }
+    }
+    // Imports expand ${name} with what init holds by then: the partitions'
+    // properties, and the --props values.
+    for (const std::string& dir : ctx.dirs) {
+        PropertyMap props;
+        load_properties_from_file_without_se((dir + "/build.prop").c_str(), "*", &props);
+        for (const auto& [name, value] : props) hostplatform::SetProperty(name, value);
+    }
+    for (const auto& [name, value] : seeded) hostplatform::SetProperty(name, value);
+
+    LintPartitionFiles(&ctx);
+    LintPropertySets(&ctx);
+    LintMapFiles(&ctx);
+    for (const char* file : kFixedFiles) LintPropertyFile(&ctx, file);
+    const sandbox::Sink sink = device.sink();
+    for (const LintContext::Finding& finding : ctx.findings) {
+        sink(finding.error ? 0 : 1, {{"path", finding.path}, {"problem", finding.problem}});
+    }
+}
+
 }  // namespace
 
 int LintCommand(const Args& args) {
-    std::string tree, props_file, error;
+    std::string tree, props_file;
     for (size_t i = 0; i < args.size(); ++i) {
         if (args[i] == "--props") {
             if (i + 1 == args.size() || args[i + 1].empty()) return Fail("--props needs a value");
@@ -66,38 +107,30 @@ int LintCommand(const Args& args) {
         return Fail("device tree " + tree + " is not a directory");
     }
     PropertyMap seeded;
+    std::string error;
     if (!props_file.empty() && !ReadPropsFile(props_file, &seeded, &error)) return Fail(error);
 
-    // Values are checked as init checks them, in UTF-8; the parser's own
-    // warnings are not findings.
-    if (setlocale(LC_CTYPE, "C.UTF-8") == nullptr) setlocale(LC_CTYPE, "");
-    android::base::SetMinimumLogSeverity(android::base::FATAL_WITHOUT_ABORT);
+    sandbox::Options options;
+    options.apply_batches = false;
+    options.capture_tree = false;
+    // The parser's own warnings are not findings.
+    options.min_severity = android::base::FATAL_WITHOUT_ABORT;
+    const sandbox::Outcome outcome =
+            sandbox::Run(sandbox::DeviceTree().CopyFrom(tree), options,
+                         [&seeded](sandbox::Context& device) { LintInDevice(device, seeded); });
+    if (!outcome.Completed()) return Fail("cannot read " + tree + ": " + outcome.Describe());
 
-    LintContext ctx;
-    ctx.tree = tree;
-    for (const std::string& dir : LintCustomizationDirs(&ctx)) {
-        const std::string host = HostPath(tree, dir, true);
-        if (std::find(ctx.dirs.begin(), ctx.dirs.end(), host) == ctx.dirs.end()) {
-            ctx.dirs.push_back(host);
-        }
+    size_t errors = 0, warnings = 0;
+    for (const sandbox::Batch& finding : outcome.batches) {
+        const bool is_error = finding.kind == 0;
+        (is_error ? errors : warnings)++;
+        const std::string line = tree + finding.props.at("path") +
+                                 (is_error ? ": error: " : ": warning: ") +
+                                 finding.props.at("problem");
+        printf("%s\n", Printable(line).c_str());
     }
-    // Imports expand ${name} with what init holds by then: the partitions'
-    // properties, and the --props values.
-    for (const std::string& dir : ctx.dirs) {
-        PropertyMap props;
-        load_properties_from_file_without_se((dir + "/build.prop").c_str(), "*", &props);
-        for (const auto& [name, value] : props) hostplatform::SetProperty(name, value);
-    }
-    for (const auto& [name, value] : seeded) hostplatform::SetProperty(name, value);
-
-    LintPartitionFiles(&ctx);
-    LintPropertySets(&ctx);
-    LintMapFiles(&ctx);
-    for (const char* file : kFixedFiles) LintPropertyFile(&ctx, HostPath(tree, file, false));
-
-    for (const std::string& line : ctx.lines) printf("%s\n", line.c_str());
-    printf("%s: %zu error(s), %zu warning(s)\n", tree.c_str(), ctx.errors, ctx.warnings);
-    return ctx.errors != 0 ? kExitFindings : kExitOk;
+    printf("%s: %zu error(s), %zu warning(s)\n", Printable(tree).c_str(), errors, warnings);
+    return errors != 0 ? kExitFindings : kExitOk;
 }
 
 }  // namespace extprop_sim

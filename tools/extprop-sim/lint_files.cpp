@@ -8,6 +8,7 @@
 #include <android-base/file.h>
 #include <android-base/strings.h>
 
+#include "import_lines.h"
 #include "lint.h"
 #include "tree_path.h"
 #include "utils.h"
@@ -16,39 +17,6 @@ namespace extprop_sim {
 namespace {
 
 constexpr char kImport[] = "import ";
-
-bool IsSpace(char c) {
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
-std::string TrimFront(const std::string& text) {
-    return text.substr(std::find_if_not(text.begin(), text.end(), IsSpace) - text.begin());
-}
-
-// An import line as the parser splits it: the file name, and the nested
-// filter when the line has one.
-struct Import {
-    std::string name;
-    std::string filter;
-    bool filtered;
-};
-
-std::vector<Import> ImportLines(const std::string& text) {
-    std::vector<Import> imports;
-    for (std::string line : android::base::Split(text, "\n")) {
-        line = TrimFront(line.substr(0, strnlen(line.c_str(), line.size())));  // NUL ends it
-        while (line.size() > 1 && IsSpace(line.back())) line.pop_back();
-        if (!android::base::StartsWith(line, kImport)) continue;
-        const std::string rest = TrimFront(line.substr(strlen(kImport)));
-        const size_t blank = rest.find(' ');  // only a blank ends the name
-        if (blank == std::string::npos) {
-            imports.push_back({rest, "", false});
-        } else {
-            imports.push_back({rest.substr(0, blank), TrimFront(rest.substr(blank + 1)), true});
-        }
-    }
-    return imports;
-}
 
 void LintImports(LintContext* ctx, const std::string& path) {
     std::string text;
@@ -63,7 +31,9 @@ void LintImports(LintContext* ctx, const std::string& path) {
         const std::string target =
                 HostPath(ctx->tree, (*expanded)[0] == '/' ? *expanded : "/" + *expanded, false);
         struct stat st;
-        if (target.empty() || lstat(target.c_str(), &st) != 0) {
+        if (target.empty()) {
+            ctx->Error(path, "import '" + *expanded + "': " + strerror(ELOOP));
+        } else if (lstat(target.c_str(), &st) != 0) {
             ctx->Error(path, "import '" + *expanded + "' names no file in the tree: it is skipped");
         } else if (std::count(ctx->loading.begin(), ctx->loading.end(), target) != 0) {
             ctx->Error(path, "import '" + *expanded +
@@ -77,20 +47,22 @@ void LintImports(LintContext* ctx, const std::string& path) {
 }  // namespace
 
 void LintContext::Error(const std::string& path, const std::string& problem) {
-    lines.push_back(path + ": error: " + problem);
-    ++errors;
+    findings.push_back({true, path, problem});
 }
 
 void LintContext::Warning(const std::string& path, const std::string& problem) {
-    lines.push_back(path + ": warning: " + problem);
-    ++warnings;
+    findings.push_back({false, path, problem});
 }
 
 void LintPropertyFile(LintContext* ctx, const std::string& path, const char* filter) {
     if (filter != nullptr && *filter == '\0') filter = nullptr;  // an empty filter is none
     struct stat st;
-    if (lstat(path.c_str(), &st) != 0) return;
+    // A loop on the way is what the library meets at boot too; a missing file
+    // is not a finding.
+    const bool present = lstat(path.c_str(), &st) == 0;
+    if (!present && errno != ELOOP) return;
     if (!ctx->checked.insert(path + "\n" + (filter != nullptr ? filter : "")).second) return;
+    if (!present) return ctx->Error(path, strerror(ELOOP));
     if (S_ISLNK(st.st_mode)) {
         return ctx->Error(path,
                           "symbolic link: the parser doesn't follow it, the file is never read");

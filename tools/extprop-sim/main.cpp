@@ -7,6 +7,7 @@
 
 #include "build_config.h"
 #include "commands.h"
+#include "printable.h"
 
 namespace {
 
@@ -31,16 +32,20 @@ Usage:
       prints the properties whose values after boot differ: - only in A, + only
       in B, ~ changed. Exit status 0 when they are the same, 1 when they differ.
   extprop-sim lint TREE [--props FILE]
-      Reads the tree as the library will and reports, one "path: severity:
+      Reads the tree as the library will, inside the device root (links resolve
+      within the tree, a loop is an error), and reports, one "path: severity:
       problem" line each, what would silently go wrong at boot: illegal names or
       values in any property file the library reads, imports that can't be
       expanded (with the tree's and --props' properties) or name no file, files
       that are symbolic links or unreadable, property sets no key can select,
       map file entries whose target key selects nothing, an unknown brand or a
       missing SKU region. Exit status 1 when there are errors.
-  extprop-sim parse FILE [--prop NAME=VALUE]... [--filter FILTER] [-v]
+  extprop-sim parse FILE [--root DIR] [--prop NAME=VALUE]... [--filter FILTER] [-v]
       Loads one property file through the library's parser (imports, filters,
       ${name} expansion with the --prop values) and prints the result sorted.
+      With --root, FILE (a path inside DIR, or a device path) is read and its
+      imports followed inside the device root DIR; without it, imports are
+      reported as not followed.
   extprop-sim --help | --version
       Prints this text, or the program's name and version.
 
@@ -57,6 +62,10 @@ Script steps, one a line (# starts a comment):
   setprop NAME VALUE        sleep MS          write PATH TEXT   (\n: line feed)
   wait-prop NAME VALUE [MS] wait-log TEXT [MS]
   cota-boot                 the COTA service's boot requests to the bind thread
+
+Option files (--props, --script, parse FILE) may be files, FIFOs, /dev/stdin or
+links; more than 16 MiB, or a FIFO silent for 5 s, is an error. Text output
+escapes control bytes (\n, \x1b, ...) from the tree; --json is exact.
 
 Exit status: 0 success, 1 findings, 2 bad usage or a boot that could not run.
 )";
@@ -87,7 +96,7 @@ int main(int argc, char** argv) {
 namespace extprop_sim {
 
 int Fail(const std::string& message) {
-    fprintf(stderr, "extprop-sim: %s\n", message.c_str());
+    fprintf(stderr, "extprop-sim: %s\n", Printable(message).c_str());
     return kExitError;
 }
 

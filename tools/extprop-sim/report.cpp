@@ -3,6 +3,7 @@
 
 #include "batch_effects.h"
 #include "json.h"
+#include "printable.h"
 
 namespace extprop_sim {
 namespace {
@@ -19,20 +20,23 @@ std::string BatchText(const sandbox::Batch& batch, const BatchEffects& effects,
                       const PropertyMap& final_store) {
     size_t counts[5] = {};
     std::string lines;
+    size_t entry = 0;
     for (const auto& [name, value] : batch.props) {
-        const Effect& effect = effects.at(name);
+        const Effect& effect = effects[entry++];
         ++counts[effect.what];
         static constexpr char kMarks[] = "+~=-!";
-        lines += std::string(" ") + kMarks[effect.what] + " " + name + "=" + value;
+        lines += std::string(" ") + kMarks[effect.what] + " " + Printable(name) + "=" +
+                 Printable(value);
         if (effect.what == Effect::kChanged || effect.what == Effect::kCleared) {
-            lines += "  (was " + effect.before + ")";
+            lines += "  (was " + Printable(effect.before) + ")";
         }
         if (effect.what == Effect::kRefused) lines += "  (refused: value too long)";
         auto final_value = final_store.find(name);
         const std::string left = effect.what == Effect::kRefused ? effect.before : value;
         if (final_value == final_store.end() ? !left.empty() : final_value->second != left) {
-            lines += final_value == final_store.end() ? "  (final: unset)"
-                                                      : "  (final: " + final_value->second + ")";
+            lines += final_value == final_store.end()
+                             ? "  (final: unset)"
+                             : "  (final: " + Printable(final_value->second) + ")";
         }
         lines += "\n";
     }
@@ -44,8 +48,9 @@ std::string BatchText(const sandbox::Batch& batch, const BatchEffects& effects,
 
 std::string JsonNames(const PropertyMap& props, const BatchEffects& effects) {
     std::vector<std::string> names;
+    size_t entry = 0;
     for (const auto& [name, value] : props) {
-        const Effect::What what = effects.at(name).what;
+        const Effect::What what = effects[entry++].what;
         if (what == Effect::kNew || what == Effect::kChanged || what == Effect::kCleared) {
             names.push_back(JsonString(name));
         }
@@ -63,21 +68,23 @@ char SeverityLetter(android::base::LogSeverity severity) {
 std::string BootReportText(const BootConfig& config, const BootResult& result) {
     const sandbox::Outcome& outcome = result.outcome;
     const auto effects = ReplayBatches(config, result);
-    std::string out = "Booted " + config.tree + " with " + config.library +
+    std::string out = "Booted " + Printable(config.tree) + " with " + Printable(config.library) +
                       "\nBatch entries: + new, ~ changed, = already set, - cleared, ! refused;"
                       " (final: ...) when the property ends the boot otherwise.\n";
     for (size_t i = 0; i < result.steps.size(); ++i) {
-        out += "\n== " + result.steps[i].Describe() + "\n";
+        out += "\n== " + Printable(result.steps[i].Describe()) + "\n";
         for (size_t b = 0; b < outcome.batches.size(); ++b) {
             if (StepIndex(outcome.batches[b].step) != static_cast<int>(i)) continue;
             out += BatchText(outcome.batches[b], effects[b], outcome.properties);
         }
         if (auto note = outcome.notes.find(std::to_string(i)); note != outcome.notes.end()) {
-            out += "-- result: " + note->second + "\n";
+            out += "-- result: " + Printable(note->second) + "\n";
         }
     }
     out += "\n== Properties after boot (" + std::to_string(outcome.properties.size()) + ")\n";
-    for (const auto& [name, value] : outcome.properties) out += name + "=" + value + "\n";
+    for (const auto& [name, value] : outcome.properties) {
+        out += Printable(name) + "=" + Printable(value) + "\n";
+    }
     return out;
 }
 

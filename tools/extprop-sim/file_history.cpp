@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "file_history.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include <android-base/file.h>
+#include <android-base/strings.h>
+
+namespace extprop_sim {
+namespace {
+
+std::string LoadKey(size_t load) {
+    return "load " + std::to_string(load);
+}
+
+}  // namespace
+
+bool LoadedFiles::Start() {
+    fd_ = memfd_create("extprop-sim-log", MFD_CLOEXEC);
+    return fd_ != -1 && dup2(fd_, STDERR_FILENO) != -1;
+}
+
+void LoadedFiles::CaptureAfterStep(sandbox::Context& ctx) {
+    char buffer[65536];
+    ssize_t n;
+    while ((n = pread(fd_, buffer, sizeof(buffer), read_)) > 0) {
+        partial_.append(buffer, n);
+        read_ += n;
+    }
+    const size_t complete = partial_.rfind('\n');
+    if (complete == std::string::npos) return;
+    for (const std::string& line : android::base::Split(partial_.substr(0, complete), "\n")) {
+        // "<header> utils.cpp:126] (Loading properties from F took Nms.)"
+        const std::string marker = std::string("] ") + kLoadedPrefix;
+        const size_t begin = line.find(marker);
+        const size_t took = line.rfind(kLoadedSuffix);
+        if (begin == std::string::npos || took == std::string::npos || took < begin) continue;
+        const size_t load = loads_++;
+        const size_t name_begin = begin + marker.size();
+        const std::string file = line.substr(name_begin, took - name_begin);
+        std::string content;
+        // The parser doesn't follow a final symbolic link either.
+        if (android::base::ReadFileToString(file, &content, false) &&
+            content.find(name_) != std::string::npos) {
+            ctx.Note(LoadKey(load), content);
+        }
+    }
+    partial_.erase(0, complete + 1);
+}
+
+std::optional<std::string> LoadedFiles::Content(const sandbox::Outcome& outcome, size_t load) {
+    auto it = outcome.notes.find(LoadKey(load));
+    if (it == outcome.notes.end()) return std::nullopt;
+    return it->second;
+}
+
+}  // namespace extprop_sim

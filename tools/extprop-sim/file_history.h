@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+// The files that the parser loaded during a boot, as each step left them, for
+// explain: which file set a property can only be told from the file's
+// content, and the library rewrites key files and mounts COTA content over
+// partitions as it goes.
+//
+// libbase has one logger and the sandbox owns it, so the child learns which
+// files were loaded from the logger's stderr echo, which it sends to a memory
+// file of its own. After each step it reads the files named by the new
+// "(Loading properties from F took ...)" records, and only those that mention
+// the property travel back, as notes. A tree's other files are never read.
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+
+#include "sandbox.h"
+
+namespace extprop_sim {
+
+// The parser's record of a file it finished: "(Loading properties from F took Nms.)".
+constexpr char kLoadedPrefix[] = "(Loading properties from ";
+constexpr char kLoadedSuffix[] = " took ";
+
+class LoadedFiles {
+  public:
+    explicit LoadedFiles(std::string name) : name_(std::move(name)) {}
+
+    // Inside the device, before the first step; needs the log echoed to stderr
+    // at VERBOSE. Returns false when the echo can't be redirected.
+    bool Start();
+    // Inside the device, after each step.
+    void CaptureAfterStep(sandbox::Context& ctx);
+
+    // In the host, from the notes of the boot: the content of the file of the
+    // |load|-th "Loading properties" record (from 0, in record order) as the
+    // step that loaded it left it, or nullopt when it didn't mention the property.
+    static std::optional<std::string> Content(const sandbox::Outcome& outcome, size_t load);
+
+  private:
+    const std::string name_;
+    int fd_ = -1;
+    off_t read_ = 0;       // bytes of the echo already looked at
+    std::string partial_;  // an unfinished last line
+    size_t loads_ = 0;
+};
+
+}  // namespace extprop_sim
