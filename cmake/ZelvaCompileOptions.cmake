@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Compile options shared by every project target.
 
 # Warnings as errors for the project's own code.

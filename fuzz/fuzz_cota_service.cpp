@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The COTA service commands (slot 12) on a device tree built from the input, in a device root
 // entered in-process. mount() is replaced to record each call and answer it without mounting.
 //

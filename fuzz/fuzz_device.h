@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the fuzz targets that run the library on a device tree share: entering
 // the device root once per process, a fresh writable tree per input, init's
 // way of applying batches, and a look at the tree afterwards.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ExpandProps against a model of ${name} expansion, with properties the input chooses.
 //
 // Input: "<name>=<value>" lines up to an empty line set properties (a few names and values,

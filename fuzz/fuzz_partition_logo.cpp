@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The partition property sets (slots 4 and 5 and the key-selected sets), the logo copy (slots 9
 // and 10) and the exported file helpers, each against a small model, in a device root entered
 // in-process.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The whole persist override pipeline (slot 6), booted twice on a device tree built from the
 // input, in a device root entered in-process (coverage stays in one process).
 //

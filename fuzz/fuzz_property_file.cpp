@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The property-file readers: file 0 against a model of both readers (imports defused there),
 // then the parser over a small tree of files that import each other.
 //

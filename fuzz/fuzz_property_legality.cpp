@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // IsLegalPropertyName and IsLegalPropertyValue against a model of their rules. Input: name, a
 // NUL byte, value.
 //

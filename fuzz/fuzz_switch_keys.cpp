@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The switch-key lookups and stores against a small model of their rules, on map files that
 // the input spreads over the customization directories (in a device root entered in-process).
 //

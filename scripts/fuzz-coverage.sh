@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds the libFuzzer targets with clang source-based coverage in build-cov/, replays each
 # target's committed corpus (fuzz/corpus/<target>/, or the directories given) once, and prints
 # line and function coverage per library file, all targets together.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds the libFuzzer targets (clang, ASan+UBSan) in build-fuzz/ and runs each one for a short
 # while on a scratch copy of its seed corpus (the repository is never written to).
 #   scripts/fuzz-smoke.sh [SECONDS]     seconds per target, default 45

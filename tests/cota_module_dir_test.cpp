@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // COTA module directories named in the total module info request: a value is accepted by a plain
 // prefix test against the module base or /data/system/customize, and the directory its path
 // names is created as the path reads, ".." components included.

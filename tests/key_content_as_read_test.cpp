@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Keys taken from a legacy reserve key file (a bare key, as older systems wrote them) and from the
 // region removal property are used exactly as read, line breaks and blanks included. The line
 // written for such a key reads back, on later boots, as the parser sees it: trimmed.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Helpers shared by the object, partition, persist, special and switch-key tests.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Switch key resolution at boot: reads the first, current and region switch
 // keys from the reserve and data stores, migrates the older schemes into the
 // name=value form, and fills the object's key members and the caller's map.
