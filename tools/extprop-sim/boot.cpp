@@ -284,6 +284,8 @@ BootResult RunBoot(const BootConfig& config) {
         return result;
     }
 
+    // A failure shows only when the device holds property contexts.
+    (void)LoadAndroidSelinux();
     InitSetup init = config.init;
     if (auto legal = LibraryLegalityChecks(handle); legal.ok()) {
         init.legal = *legal;

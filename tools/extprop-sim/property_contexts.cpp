@@ -67,7 +67,22 @@ Result<void> ParseLines(const ContextsFile& file, std::vector<Line>* lines) {
     return {};
 }
 
+// The library's handle, or why it can't be loaded.
+void* selinux_library = nullptr;
+std::string selinux_error;
+
 }  // namespace
+
+android::base::Result<void> LoadAndroidSelinux() {
+    if (selinux_library == nullptr && selinux_error.empty()) {
+        // Privately: its selinux_android_restorecon must not become the one
+        // the extension library binds to.
+        selinux_library = dlopen(ZELVA_ANDROID_SELINUX, RTLD_NOW | RTLD_LOCAL);
+        if (selinux_library == nullptr) selinux_error = dlerror();
+    }
+    if (selinux_library == nullptr) return Error() << "cannot load libselinux: " << selinux_error;
+    return {};
+}
 
 struct PropertyContexts::Backend {
     void* library = nullptr;
@@ -90,10 +105,8 @@ Result<std::unique_ptr<PropertyContexts>> PropertyContexts::Load(
     }
 
     auto backend = std::make_unique<Backend>();
-    // Privately: its selinux_android_restorecon must not become the one the
-    // extension library binds to.
-    backend->library = dlopen(ZELVA_ANDROID_SELINUX, RTLD_NOW | RTLD_LOCAL);
-    if (backend->library == nullptr) return Error() << "cannot load libselinux: " << dlerror();
+    if (auto loaded = LoadAndroidSelinux(); !loaded.ok()) return loaded.error();
+    backend->library = selinux_library;
     auto open = reinterpret_cast<void* (*)(unsigned, const SelinuxOpt*, unsigned)>(
             dlsym(backend->library, "selabel_open"));
     backend->lookup = reinterpret_cast<int (*)(void*, char**, const char*, int)>(

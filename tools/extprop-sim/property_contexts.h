@@ -16,6 +16,10 @@
 
 namespace extprop_sim {
 
+// Loads Android's libselinux, once. The device root has no host libraries:
+// call this before entering it.
+android::base::Result<void> LoadAndroidSelinux();
+
 // The files init loads, in its order, at their device paths.
 extern const std::vector<std::string> kStandardPropertyContexts;
 
