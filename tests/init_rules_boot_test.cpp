@@ -48,15 +48,15 @@ std::vector<std::pair<std::string, std::string>> Refusals(const nlohmann::json& 
     return refusals;
 }
 
-#define BOOT_JSON(report, args)                                          \
-    nlohmann::json report;                                               \
-    {                                                                    \
-        std::string why;                                                 \
-        SKIP_WITHOUT_SANDBOX(sandbox::Available(&why) ? "" : why);       \
-        const SimRun run = Sim("boot --json " args);                     \
-        ASSERT_EQ(run.status, 0) << run.out;                             \
-        report = nlohmann::json::parse(run.out, nullptr, false);         \
-        ASSERT_FALSE(report.is_discarded()) << run.out;                  \
+#define BOOT_JSON(report, args)                                    \
+    nlohmann::json report;                                         \
+    {                                                              \
+        std::string why;                                           \
+        SKIP_WITHOUT_SANDBOX(sandbox::Available(&why) ? "" : why); \
+        const SimRun run = Sim("boot --json " args);               \
+        ASSERT_EQ(run.status, 0) << run.out;                       \
+        report = nlohmann::json::parse(run.out, nullptr, false);   \
+        ASSERT_FALSE(report.is_discarded()) << run.out;            \
     }
 
 // The COTA image's newer ro. values come after the carrier's: stock init
@@ -94,9 +94,9 @@ TEST(InitRulesBootTest, AValueOfTheWrongTypeIsRefusedAndNeverSet) {
 TEST(InitRulesBootTest, ExplainShowsTheContextAndWhyValuesWereRefused) {
     std::string why;
     SKIP_WITHOUT_SANDBOX(sandbox::Available(&why) ? "" : why);
-    const SimRun run = Sim(
-            "explain ro.zelva.image.my_carrier.version_name --root alder-eu --props "
-            "alder-eu.props --host aosp");
+    const SimRun run =
+            Sim("explain ro.zelva.image.my_carrier.version_name --root alder-eu --props "
+                "alder-eu.props --host aosp");
     EXPECT_THAT(run.out,
                 AllOf(HasSubstr("'V3-VodafoneCota', refused: Read-only property was already set\n"),
                       HasSubstr("the last it set was 'V2-Vodafone'.\n"),
@@ -130,7 +130,8 @@ TEST(InitRulesBootTest, LibraryRestoreconBindsToTheHostStandIn) {
     const SimRun run = Sim("boot --root " + root->path() + " --script " + script,
                            "LD_DEBUG=bindings LD_DEBUG_OUTPUT=" + bindings);
     ASSERT_EQ(run.status, 0);
-    EXPECT_THAT(run.out, HasSubstr("property contexts: /system/etc/selinux/plat_property_contexts"));
+    EXPECT_THAT(run.out,
+                HasSubstr("property contexts: /system/etc/selinux/plat_property_contexts"));
     EXPECT_THAT(run.out, HasSubstr("-- result: seen"));  // the thread made the directory
 
     std::vector<std::string> targets;

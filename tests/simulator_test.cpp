@@ -62,7 +62,10 @@ TEST(SimulatorTest, BootExplainDiffAndLint) {
               "- persist.sys.cota.feature=1\n", "|1|"}},
             {"diff birch-cn birch-cn", {"0 added, 0 removed, 0 changed\n|0|"}},
             {"lint alder-eu", {"alder-eu: 0 error(s), 0 warning(s)\n|0|"}},
-            {"lint birch-cn", {"birch-cn: 0 error(s), 0 warning(s)\n|0|"}},
+            // The bool property its carrier file gives "yes".
+            {"lint birch-cn",
+             {"first.prop: error: init refuses persist.sys.zelva.volte.enabled=yes: ",
+              "birch-cn: 1 error(s), 0 warning(s)\n|1|"}},
             {"lint " + broken->path(),
              {"/my_region/build.prop: error: illegal property name 'bad name'\n",
               "/my_region/build.prop: error: import '/my_region/gone.prop' names no file",

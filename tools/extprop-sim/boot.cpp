@@ -286,6 +286,7 @@ BootResult RunBoot(const BootConfig& config) {
 
     // A failure shows only when the device holds property contexts.
     (void)LoadAndroidSelinux();
+    UseUtf8Locale();
     InitSetup init = config.init;
     if (auto legal = LibraryLegalityChecks(handle); legal.ok()) {
         init.legal = *legal;

@@ -17,13 +17,13 @@ bool TakeBootOption(const Args& args, size_t* i, BootOptions* options, std::stri
         options->verbose = true;
         return true;
     }
-    std::string* out = arg == "--root"     ? &options->tree
-                       : arg == "--props"  ? &options->props_file
-                       : arg == "--script" ? &options->script_file
-                       : arg == "--lib"    ? &options->library
-                       : arg == "--host"   ? &options->host
+    std::string* out = arg == "--root"                ? &options->tree
+                       : arg == "--props"             ? &options->props_file
+                       : arg == "--script"            ? &options->script_file
+                       : arg == "--lib"               ? &options->library
+                       : arg == "--host"              ? &options->host
                        : arg == "--property-contexts" ? &options->property_contexts.emplace_back()
-                                           : nullptr;
+                                                      : nullptr;
     if (out == nullptr) return false;
     if (*i + 1 == args.size() || args[*i + 1].empty()) {
         *error = arg + " needs a value";

@@ -16,8 +16,8 @@ struct BootOptions {
     std::string script_file;
     std::string library = DefaultLibraryPath();
     bool verbose = false;
-    std::string host = "vendor";                     // --host vendor|aosp
-    std::vector<std::string> property_contexts;      // --property-contexts FILE, repeatable
+    std::string host = "vendor";                 // --host vendor|aosp
+    std::vector<std::string> property_contexts;  // --property-contexts FILE, repeatable
 };
 
 // Takes args[*i] (and its value, advancing *i) when it is a boot option.

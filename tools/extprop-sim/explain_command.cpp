@@ -151,8 +151,11 @@ int ExplainCommand(const Args& args) {
     AttributeOverrides(outcome, name, &definitions);
 
     const std::string host = HostModeName(config.init.host);
-    std::string out = Printable(name) + " through the boot of " + Printable(config.tree) +
-                      " (" + host + " init)\n";
+    std::string out = Printable(name) + " through the boot of " + Printable(config.tree) + " (" +
+                      host + " init)\n";
+    out += "SELinux property context: " +
+           Printable(ContextOfNamed(outcome).value_or("not checked, " + ContextsInUse(outcome))) +
+           "\n";
     if (auto seeded = config.properties.find(name); seeded != config.properties.end()) {
         out += "Seeded by --props " + Printable(options.props_file) + ": " + Quote(seeded->second) +
                "\n";
@@ -194,14 +197,12 @@ int ExplainCommand(const Args& args) {
                (accepted ? "the last it set was " + Quote(*accepted) : "it set none of them") +
                ".\n";
     }
-    out += "SELinux property context: " +
-           Printable(ContextOfNamed(outcome).value_or(
-                   "not checked, " + ContextsInUse(outcome))) +
-           "\n";
+
     auto final_value = outcome.properties.find(name);
     out += final_value == outcome.properties.end()
                    ? "Unset after boot.\n"
                    : "Value after boot: " + Quote(final_value->second) + "\n";
+
     fwrite(out.data(), 1, out.size(), stdout);
     const bool known = carried || !definitions.empty() || final_value != outcome.properties.end();
     return known ? kExitOk : kExitFindings;

@@ -3,8 +3,8 @@
 
 #include <unistd.h>
 
-#include <clocale>
 #include <cerrno>
+#include <clocale>
 
 #include <android-base/strings.h>
 
@@ -38,11 +38,12 @@ android::base::Result<std::unique_ptr<PropertyContexts>> LoadDeviceContexts(
     return PropertyContexts::Load(files, "/");
 }
 
+void UseUtf8Locale() {
+    if (setlocale(LC_CTYPE, "C.UTF-8") == nullptr) setlocale(LC_CTYPE, "");
+}
+
 InitSink::InitSink(sandbox::Context& device, const InitSetup& setup)
     : device_(device), record_(device.sink()) {
-    // init's values are UTF-8, and the library's value check reads them in
-    // this process's locale.
-    if (setlocale(LC_CTYPE, "C.UTF-8") == nullptr) setlocale(LC_CTYPE, "");
     rules_.host = setup.host;
     rules_.legal = setup.legal;
     auto contexts = LoadDeviceContexts(setup.contexts_files, setup.find_tree_contexts);
@@ -57,9 +58,9 @@ InitSink::InitSink(sandbox::Context& device, const InitSetup& setup)
                 contexts_ ? android::base::Join(contexts_->sources(), ", ") : std::string());
     if (!setup.context_of.empty() && contexts_) {
         const auto context = contexts_->Lookup(setup.context_of);
-        device.Note(kContextOfNote,
-                    !context              ? "none"
-                    : context->type.empty() ? context->context
+        device.Note(kContextOfNote, !context ? "none"
+                                    : context->type.empty()
+                                            ? context->context
                                             : context->context + " (type " + context->type + ")");
     }
 }

@@ -30,10 +30,15 @@ struct InitSetup {
 android::base::Result<std::unique_ptr<PropertyContexts>> LoadDeviceContexts(
         const std::vector<ContextsFile>& given, bool find_in_tree);
 
+// init's values are UTF-8. Call on the host, before the sandbox.
+void UseUtf8Locale();
+
 class InitSink {
   public:
     // Inside the device, before the object is made. Reports the contexts in
-    // use (or why they can't be) as notes.
+    // use (or why they can't be) as notes. The library's value check reads
+    // values in the process's locale: set a UTF-8 one before entering the
+    // device, whose root holds no locale files (UseUtf8Locale).
     InitSink(sandbox::Context& device, const InitSetup& setup);
 
     // False when the contexts could not be loaded; the boot mustn't go on.

@@ -59,8 +59,6 @@ constexpr const char* kFixedKeyFiles[] = {
 // 1 (warning) holding its path and problem.
 void LintInDevice(sandbox::Context& device, const PropertyMap& seeded,
                   const std::vector<ContextsFile>& given_contexts) {
-    // Values are checked as init checks them, in UTF-8.
-    if (setlocale(LC_CTYPE, "C.UTF-8") == nullptr) setlocale(LC_CTYPE, "");
     LintContext ctx;
     // The library's checks, from the same sources as the one boot loads.
     ctx.rules.legal = {&IsLegalPropertyName, &IsLegalPropertyValue};
@@ -139,15 +137,17 @@ int LintCommand(const Args& args) {
         given_contexts.push_back({file, *content});
     }
 
-    (void)LoadAndroidSelinux();  // now: the device root has no host libraries
+    // Now: the device root has no host libraries nor locales.
+    (void)LoadAndroidSelinux();
+    UseUtf8Locale();
     sandbox::Options options;
     options.apply_batches = false;
     options.capture_tree = false;
     // The parser's own warnings are not findings.
     options.min_severity = android::base::FATAL_WITHOUT_ABORT;
-    const sandbox::Outcome outcome =
-            sandbox::Run(sandbox::DeviceTree().CopyFrom(tree), options,
-                         [&](sandbox::Context& device) { LintInDevice(device, seeded, given_contexts); });
+    const sandbox::Outcome outcome = sandbox::Run(
+            sandbox::DeviceTree().CopyFrom(tree), options,
+            [&](sandbox::Context& device) { LintInDevice(device, seeded, given_contexts); });
     if (!outcome.Completed()) return Fail("cannot read " + tree + ": " + outcome.Describe());
 
     size_t errors = 0, warnings = 0;

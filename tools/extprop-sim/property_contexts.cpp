@@ -16,8 +16,8 @@
 
 namespace extprop_sim {
 
-using android::base::Error;
 using android::base::ErrnoError;
+using android::base::Error;
 using android::base::Result;
 
 const std::vector<std::string> kStandardPropertyContexts = {
@@ -153,8 +153,9 @@ std::optional<PropertyContext> PropertyContexts::Lookup(const std::string& name)
     // "exact" lines only to their own name, and prefers them to any prefix.
     const Line* best = nullptr;
     for (const Line& line : lines_) {
-        const bool matches = line.exact ? line.name == name
-                                        : line.name == "*" || android::base::StartsWith(name, line.name);
+        const bool matches =
+                line.exact ? line.name == name
+                           : line.name == "*" || android::base::StartsWith(name, line.name);
         if (!matches) continue;
         if (best == nullptr || (line.exact && !best->exact) ||
             (line.exact == best->exact && line.name.size() > best->name.size())) {

@@ -30,7 +30,8 @@ std::string BatchText(const sandbox::Batch& batch, const BatchEffects& effects,
         if (effect.what == Effect::kChanged || effect.what == Effect::kCleared) {
             lines += "  (was " + Printable(effect.before) + ")";
         }
-        if (effect.what == Effect::kRefused) lines += "  (refused: " + Printable(effect.reason) + ")";
+        if (effect.what == Effect::kRefused)
+            lines += "  (refused: " + Printable(effect.reason) + ")";
         auto final_value = final_store.find(name);
         const std::string left = effect.what == Effect::kRefused ? effect.before : value;
         if (final_value == final_store.end() ? !left.empty() : final_value->second != left) {
@@ -139,8 +140,9 @@ std::string BootReportJson(const BootConfig& config, const BootResult& result) {
             const Effect& effect = effects[b][entry++];
             if (effect.what == Effect::kRefused) refused[name] = effect.reason;
         }
-        out += ", \"refused\": " + JsonObject(refused, "    ");
-        out += ", \"properties\": " + JsonObject(batch.props, "    ") + "}";
+
+        out += ", \"properties\": " + JsonObject(batch.props, "    ");
+        out += ", \"refused\": " + JsonObject(refused, "    ") + "}";
     }
     out += "\n  ],\n  \"properties\": " + JsonObject(outcome.properties, "  ");
     out += ",\n  \"log\": [";
