@@ -23,8 +23,10 @@ std::string TrimFront(const std::string& text) {
 std::vector<Import> ImportLines(const std::string& text) {
     std::vector<Import> imports;
     for (std::string line : android::base::Split(text, "\n")) {
-        line = TrimFront(line.substr(0, strnlen(line.c_str(), line.size())));  // NUL ends it
-        while (line.size() > 1 && IsSpace(line.back())) line.pop_back();
+        // As the parser reads a line: trailing whitespace cut from its bytes as
+        // they stand, then a NUL ends the text (a blank before it stays).
+        while (!line.empty() && IsSpace(line.back())) line.pop_back();
+        line = TrimFront(line.substr(0, strnlen(line.c_str(), line.size())));
         if (!android::base::StartsWith(line, kImport)) continue;
         const std::string rest = TrimFront(line.substr(strlen(kImport)));
         const size_t blank = rest.find(' ');  // only a blank ends the name

@@ -27,12 +27,17 @@ void LintImports(LintContext* ctx, const std::string& path) {
                                      expanded.error().message() + "): it is skipped");
             continue;
         }
+        // The parser looks the expanded name up as it stands: an empty one names
+        // nothing. HostPath gives "" for a path that loops.
         const std::string target =
-                HostPath(ctx->tree, (*expanded)[0] == '/' ? *expanded : "/" + *expanded, false);
+                expanded->empty() ? ""
+                                  : HostPath(ctx->tree,
+                                             (*expanded)[0] == '/' ? *expanded : "/" + *expanded,
+                                             false);
         struct stat st;
-        if (target.empty()) {
+        if (!expanded->empty() && target.empty()) {
             ctx->Error(path, "import '" + *expanded + "': " + strerror(ELOOP));
-        } else if (lstat(target.c_str(), &st) != 0) {
+        } else if (target.empty() || lstat(target.c_str(), &st) != 0) {
             ctx->Error(path, "import '" + *expanded + "' names no file in the tree: it is skipped");
         } else if (std::count(ctx->loading.begin(), ctx->loading.end(), target) != 0) {
             ctx->Error(path, "import '" + *expanded +

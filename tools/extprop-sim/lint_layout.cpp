@@ -1,11 +1,12 @@
 #include <dirent.h>
-#include <strings.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 
 #include <android-base/strings.h>
 
+#include "ZelvaExtensionProperty.h"
+#include "extension_paths.h"
 #include "lint.h"
 #include "tree_path.h"
 #include "utils.h"
@@ -59,39 +60,22 @@ bool KeySelects(const LintContext& ctx, const std::string& key) {
 }  // namespace
 
 std::vector<std::string> LintCustomizationDirs(LintContext* ctx) {
-    const std::string brand =
-            TreeProperty(ctx, "/system_ext/etc/build.prop", "ro.zelva.image.system_ext.brand");
-    std::string letter;
-    for (const char* known : {"alder", "birch", "cedar"}) {
-        if (strcasecmp(brand.c_str(), known) == 0) letter = static_cast<char>(toupper(known[0]));
-    }
+    using namespace android::init;
+    const std::string brand = TreeProperty(ctx, kSystemExtBuildProp, kBrandProperty);
+    const std::string letter = BrandLetter(brand);
     if (letter.empty()) {
-        ctx->Warning(ctx->tree + "/system_ext/etc/build.prop",
+        ctx->Warning(ctx->tree + kSystemExtBuildProp,
                      "brand '" + brand +
                              "' is not alder, birch or cedar: no region directory "
                              "of a brand is read");
     }
-    std::string region = TreeProperty(ctx, "/my_region/build.prop", "ro.zelva.pipeline.region");
+    std::string region = TreeProperty(ctx, kRegionBuildProp, kSkuRegionProperty);
+    if (region.empty()) region = TreeProperty(ctx, kVendorRegionBuildProp, kSkuRegionProperty);
     if (region.empty()) {
-        region = TreeProperty(ctx, "/mnt/vendor/my_region/build.prop", "ro.zelva.pipeline.region");
-    }
-    if (region.empty()) {
-        ctx->Warning(ctx->tree + "/my_region/build.prop",
+        ctx->Warning(ctx->tree + kRegionBuildProp,
                      "no ro.zelva.pipeline.region: no my_product/cust/<region> directory is read");
     }
-    // clang-format off
-    const std::vector<std::string> partitions = {
-            "/my_preload", "/my_wisp", "/my_stock", "/my_region/global",
-            "/my_region/global/" + letter, "/my_product", "/my_region", "/my_region/" + letter,
-            "/my_product/cust/" + region, "/my_carrier", "/my_carrier/cust", "/my_bigball",
-            "/my_engineering", "/my_manifest", "/my_company", "/my_product/special"};
-    // clang-format on
-    // Every partition at its early mount point under /mnt/vendor, then at its final one.
-    std::vector<std::string> dirs = {"/odm"};
-    for (const std::string prefix : {"/mnt/vendor", ""}) {
-        for (const std::string& partition : partitions) dirs.push_back(prefix + partition);
-    }
-    return dirs;
+    return CustDirListFor(letter, region);
 }
 
 void LintPartitionFiles(LintContext* ctx) {

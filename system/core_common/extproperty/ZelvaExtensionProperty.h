@@ -69,6 +69,16 @@ class InitExtensionPropertyImpl : public IInitExtensionProperty {
     std::mutex mutex;  // held by loadCotaServiceOverrideProperties
 };
 
+// --- Key members (ZelvaExtensionProperty.cpp) ---
+
+// The COTA bind thread reads the key members while host calls assign them.
+// Every read and write of a key member goes through these, which hold one
+// library-wide lock for that one copy, test or assignment only: nobody waits
+// longer than a string copy, and no lock is held while loading.
+std::string CopyKey(const std::string& key);
+bool IsKeyEmpty(const std::string& key);
+void AssignKey(std::string* key, std::string value);
+
 // --- Customization directory lists (ZelvaExtensionProperty.cpp) ---
 
 // Fills both lists, each only while it is empty.
@@ -77,6 +87,14 @@ void InitCustDirList();
 const std::vector<std::string>& CustDirList();
 // "/my_carrier", then "/my_company".
 const std::vector<std::string>& PriorityDirList();
+
+// How the first list is made, for tools that check a device tree:
+// The 33 customization directories of a brand letter and SKU region, in order.
+std::vector<std::string> CustDirListFor(const std::string& letter, const std::string& region);
+// "A", "B" or "C" for a brand of alder, birch or cedar in any letter case; "" otherwise.
+std::string BrandLetter(const std::string& brand);
+// The letter of ro.zelva.image.system_ext.brand in /system_ext/etc/build.prop.
+std::string GetBrandLetter();
 // ro.zelva.pipeline.region from /my_region, else from /mnt/vendor/my_region.
 std::string GetSkuRegion();
 

@@ -16,7 +16,6 @@ namespace android {
 namespace init {
 namespace {
 
-constexpr char kCotaModuleInfoFile[] = "/data/cota/cota_module_info.prop";
 constexpr char kModuleBaseProperty[] = "sys.cota.module.base.mount.point";
 constexpr char kDefaultModuleBase[] = "/mnt/cota";
 constexpr char kCustomizeDataDir[] = "/data/system/customize";

@@ -25,7 +25,6 @@ constexpr char kRegionSwitchProperty[] = "sys.region.switch.first";
 constexpr char kSimSwitchConvertProperty[] = "sys.sim.switch.convert";
 constexpr char kNoneClearProperty[] = "ro.none.clear.switch.first";
 constexpr char kFlashbackCompanyProperty[] = "ro.sys.customize.flashback.company";
-constexpr char kFlashbackFile[] = "/mnt/vendor/zelvareserve/system/flag/flashback.cfg";
 constexpr uid_t kSystemUid = 1000;
 constexpr gid_t kSystemGid = 1000;
 
@@ -59,12 +58,12 @@ struct KeyFile {
     const char* rewrite_failed;
 };
 
-// Loads a reserve key file that exists into |props| and |key|. A legacy file
-// holds the bare key: it is rewritten once into the name=value form.
+// Loads a reserve key file that exists into |props| and the key member |key|.
+// A legacy file holds the bare key: it is rewritten once into the name=value form.
 void ReadReserveKeyFile(const KeyFile& file, PropertyMap* props, std::string* key) {
     if (!LoadOrLog(file.path, props, file.parse_failed)) return;
     if (auto it = props->find(file.property); it != props->end()) {
-        *key = it->second;
+        AssignKey(key, it->second);
         return;
     }
     std::string content;
@@ -76,16 +75,20 @@ void ReadReserveKeyFile(const KeyFile& file, PropertyMap* props, std::string* ke
     props->emplace(file.property, content);
     auto written = WriteFile(file.path, std::string(file.property) + "=" + content + "\n");
     if (!written.ok()) LOG(ERROR) << file.rewrite_failed << written.error();
-    *key = content;
+    AssignKey(key, content);
     if (Exists(file.path)) ChownToSystem(file.path);
 }
 
 // The first switch key derived from the old NV and SSV identities, written to
 // the reserve partition together with the marker that makes this one-time.
 void ConvertFirstKeyFromOldScheme(InitExtensionPropertyImpl* impl, const PropertyMap& props) {
-    if (impl->ssvOldKey.empty()) read_old_ssv_key(&impl->ssvOldKey);
+    std::string ssv_old_key = CopyKey(impl->ssvOldKey);
+    if (ssv_old_key.empty()) {
+        read_old_ssv_key(&ssv_old_key);
+        if (!ssv_old_key.empty()) AssignKey(&impl->ssvOldKey, ssv_old_key);
+    }
     std::string first_key;
-    load_convert_first_key(&first_key, impl->nvOldFlag, impl->ssvOldKey);
+    load_convert_first_key(&first_key, CopyKey(impl->nvOldFlag), ssv_old_key);
     if (first_key.empty()) return;
 
     if (!Exists(kReserveSsvDir)) {
@@ -154,13 +157,18 @@ void RegionKeyFromRemovalProperty(PropertyMap* props) {
 }
 
 void CopyIfPresent(const PropertyMap& props, const char* name, std::string* key) {
-    if (auto it = props.find(name); it != props.end()) *key = it->second;
+    if (auto it = props.find(name); it != props.end()) AssignKey(key, it->second);
 }
 
 }  // namespace
 
 void InitExtensionPropertyImpl::loadExtensionSimswitchKeyInfo(PropertyMap* props) {
-    if (nvOldFlag.empty() && nvOldKey.empty()) load_old_nv_key(&nvOldFlag, &nvOldKey);
+    if (IsKeyEmpty(nvOldFlag) && IsKeyEmpty(nvOldKey)) {
+        std::string flag, key;  // filled outside the key lock: they come from files
+        load_old_nv_key(&flag, &key);
+        if (!flag.empty()) AssignKey(&nvOldFlag, std::move(flag));
+        if (!key.empty()) AssignKey(&nvOldKey, std::move(key));
+    }
 
     LoadIfExists(kReserveSimSwitchConvertFile, props, "sim switch convert property load failed:");
     auto convert = props->find(kSimSwitchConvertProperty);

@@ -65,34 +65,40 @@ void InitExtensionPropertyImpl::loadPropertiesFromDir(const std::string& dir, Pr
 
 void InitExtensionPropertyImpl::loadExtensionPartitionSimswitchProperties(std::string dir,
                                                                           PropertyMap* props) {
+    // Copies: the COTA bind thread runs this beside host calls that assign the keys.
+    const std::string nv_old_key = CopyKey(nvOldKey);
+    const std::string ssv_old_key = CopyKey(ssvOldKey);
+    const std::string current_key = CopyKey(simSwitchCurrentKey);
+    const std::string first_key = CopyKey(simSwitchFirstKey);
+    const std::string channel_key = CopyKey(switchCarrierChannelKey);
+    const std::string region_key = CopyKey(regionSwitchKey);
+
     // Fixed order: a later set's values win over an earlier one's.
-    if (!nvOldKey.empty()) {
-        const std::string path = dir + "/etc/build." + nvOldKey + ".prop";
+    if (!nv_old_key.empty()) {
+        const std::string path = dir + "/etc/build." + nv_old_key + ".prop";
         if (access(path.c_str(), F_OK) == 0 &&
             !load_properties_from_file_without_se(path.c_str(), nullptr, props)) {
             LOG(ERROR) << "nv old property load failed:" << path;
         }
     }
-    if (!ssvOldKey.empty()) {
-        const std::string path = dir + "/etc/build." + ssvOldKey + ".prop";
+    if (!ssv_old_key.empty()) {
+        const std::string path = dir + "/etc/build." + ssv_old_key + ".prop";
         if (access(path.c_str(), F_OK) == 0 &&
             !load_properties_from_file_without_se(path.c_str(), nullptr, props)) {
             LOG(ERROR) << "ssv old property load failed:" << path;
         }
     }
-    if (!simSwitchCurrentKey.empty()) {
-        loadPropertiesFromDir(PropertySetDir(dir, simSwitchCurrentKey, "SimSwitchCurrentTime"),
-                              props);
+    if (!current_key.empty()) {
+        loadPropertiesFromDir(PropertySetDir(dir, current_key, "SimSwitchCurrentTime"), props);
     }
-    if (!simSwitchFirstKey.empty()) {
-        loadPropertiesFromDir(PropertySetDir(dir, simSwitchFirstKey, "SimSwitchFirstTime"), props);
+    if (!first_key.empty()) {
+        loadPropertiesFromDir(PropertySetDir(dir, first_key, "SimSwitchFirstTime"), props);
     }
-    if (!switchCarrierChannelKey.empty()) {
-        loadPropertiesFromDir(PropertySetDir(dir, switchCarrierChannelKey, "switchCarrierChannel"),
-                              props);
+    if (!channel_key.empty()) {
+        loadPropertiesFromDir(PropertySetDir(dir, channel_key, "switchCarrierChannel"), props);
     }
-    if (!regionSwitchKey.empty()) {
-        loadPropertiesFromDir(PropertySetDir(dir, regionSwitchKey, "regionSwitch"), props);
+    if (!region_key.empty()) {
+        loadPropertiesFromDir(PropertySetDir(dir, region_key, "regionSwitch"), props);
     }
 }
 

@@ -16,8 +16,6 @@ namespace android {
 namespace init {
 namespace {
 
-constexpr char kCloudOverrideFile[] =
-        "/data/system/customize/cloud-config/data_cloud_prop_file.prop";
 constexpr char kCompanyDateProperty[] = "ro.zelva.image.my_company.date";
 constexpr char kCompanyDateBackupProperty[] = "persist.sys.zelva.company.ota.version.backup";
 constexpr char kOperatorAProperty[] = "persist.sys.zelva.operator.opta";
@@ -54,8 +52,8 @@ int InitExtensionPropertyImpl::loadPersistOverrideProperties(PropertySink sink) 
 
     // First call of the boot: resolve the switch keys.
     bool load_overrides = false;
-    if (nvOldFlag.empty() && simSwitchFirstKey.empty() && simSwitchCurrentKey.empty() &&
-        nvOldKey.empty() && regionSwitchKey.empty()) {
+    if (IsKeyEmpty(nvOldFlag) && IsKeyEmpty(simSwitchFirstKey) && IsKeyEmpty(simSwitchCurrentKey) &&
+        IsKeyEmpty(nvOldKey) && IsKeyEmpty(regionSwitchKey)) {
         PropertyMap keys;
         AddSetProperties({"sys.region.switch.first", "ro.none.clear.switch.first",
                           "sys.sim.switch.first", "sys.sim.switch.convert"},
@@ -69,9 +67,9 @@ int InitExtensionPropertyImpl::loadPersistOverrideProperties(PropertySink sink) 
     // The old SSV key can also come from the operator pair.
     const std::string opta = GetSystemProperty(kOperatorAProperty);
     const std::string optb = GetSystemProperty(kOperatorBProperty);
-    if (ssvOldKey.empty() && !opta.empty() && !optb.empty()) {
-        ssvOldKey = OperatorSsvKey(opta, optb);
-        if (simSwitchFirstKey.empty()) {
+    if (IsKeyEmpty(ssvOldKey) && !opta.empty() && !optb.empty()) {
+        AssignKey(&ssvOldKey, OperatorSsvKey(opta, optb));
+        if (IsKeyEmpty(simSwitchFirstKey)) {
             PropertyMap keys;
             AddSetProperties({"ro.none.clear.switch.first", "sys.sim.switch.first",
                               "sys.sim.switch.convert"},
@@ -114,12 +112,16 @@ void InitExtensionPropertyImpl::loadOverridePropertiesByPriority(PropertySink si
     LoadOrLog(kDataCommonFile, &props, "load data common prop failed:");
 
     // Each key set, in priority order; a key changes only for a set property.
-    auto load_key_set = [&](const char* property, std::string* key, const char* set) {
-        std::string value = GetSystemProperty(property);
-        if (!value.empty()) *key = std::move(value);
-        if (key->empty()) return;
+    auto load_key_set = [&](const char* property, std::string* member, const char* set) {
+        std::string key = GetSystemProperty(property);
+        if (!key.empty()) {
+            AssignKey(member, key);
+        } else {
+            key = CopyKey(*member);
+        }
+        if (key.empty()) return;
         for (const std::string& dir : CustDirList()) {
-            loadPropertiesFromDir(dir + "/" + "properties" + "/" + *key + "/" + set, &props);
+            loadPropertiesFromDir(dir + "/" + "properties" + "/" + key + "/" + set, &props);
         }
     };
     load_key_set("sys.region.switch.first", &regionSwitchKey, "regionSwitch");

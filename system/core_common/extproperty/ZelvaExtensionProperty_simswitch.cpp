@@ -13,6 +13,7 @@
 #include <android-base/unique_fd.h>
 
 #include "ZelvaExtensionProperty.h"
+#include "extension_paths.h"
 #include "system_properties.h"
 #include "utils.h"
 
@@ -27,9 +28,6 @@ constexpr char kOverrideSwitchTrigger[] = "propertiesOverrideSwitch";
 constexpr char kLogoTriggerPrefix[] = "triggerLogoCopy";
 constexpr char kLogoBootTrigger[] = "triggerLogoCopyFromCompanyBoot";
 constexpr char kLogoCompanyTrigger[] = "triggerLogoCopyFromCompany";
-constexpr char kLogoTarget[] = "/dev/block/by-name/splash_odm";
-constexpr char kLogoImage[] = "/my_company/media/logo/logo.img";
-constexpr char kLogoBinary[] = "/my_company/media/logo/logo.bin";
 constexpr char kCompanyDateUtcProperty[] = "ro.zelva.image.my_company.date.utc";
 constexpr char kLogoDateProperty[] = "persist.record.my_company.date.forlogo";
 
@@ -37,13 +35,15 @@ bool Exists(const std::string& path) {
     return access(path.c_str(), F_OK) == 0;
 }
 
-// The size of an open regular file or block device, or -1 with errno set.
-// Anything else (a directory, a FIFO, a character device) has no size to trust.
+// The size of an open file as seeking to its end gives it, or -1 with errno
+// set. Whatever the file's type: a device that seeks to 0 (/dev/null) is empty
+// as a logo and too small as a partition. A directory or a FIFO has no size at
+// all, even where the file system lets it seek.
 off_t MeasureSize(int fd) {
     struct stat st;
     if (fstat(fd, &st) != 0) return -1;
-    if (!S_ISREG(st.st_mode) && !S_ISBLK(st.st_mode)) {
-        errno = S_ISDIR(st.st_mode) ? EISDIR : EINVAL;
+    if (S_ISDIR(st.st_mode) || S_ISFIFO(st.st_mode)) {
+        errno = S_ISDIR(st.st_mode) ? EISDIR : ESPIPE;
         return -1;
     }
     const off_t size = lseek(fd, 0, SEEK_END);
@@ -126,20 +126,20 @@ void InitExtensionPropertyImpl::loadNightjarOverrideProperties(PropertySink sink
 
 void InitExtensionPropertyImpl::loadSimSwitchOverrideProperties(PropertySink sink) noexcept {
     if (std::string first = GetSystemProperty("sys.sim.switch.first"); !first.empty()) {
-        simSwitchFirstKey = std::move(first);
+        AssignKey(&simSwitchFirstKey, std::move(first));
     }
     if (std::string current = GetSystemProperty("sys.sim.switch.current"); !current.empty()) {
-        simSwitchCurrentKey = std::move(current);
+        AssignKey(&simSwitchCurrentKey, std::move(current));
     }
     const std::string opta = GetSystemProperty("persist.sys.zelva.operator.opta");
     const std::string optb = GetSystemProperty("persist.sys.zelva.operator.optb");
-    if (!opta.empty() && !optb.empty()) ssvOldKey = OperatorSsvKey(opta, optb);
+    if (!opta.empty() && !optb.empty()) AssignKey(&ssvOldKey, OperatorSsvKey(opta, optb));
     if (std::string region = GetSystemProperty("sys.region.switch.first"); !region.empty()) {
-        regionSwitchKey = std::move(region);
+        AssignKey(&regionSwitchKey, std::move(region));
     }
 
-    if (simSwitchFirstKey.empty() && simSwitchCurrentKey.empty() && ssvOldKey.empty() &&
-        regionSwitchKey.empty()) {
+    if (IsKeyEmpty(simSwitchFirstKey) && IsKeyEmpty(simSwitchCurrentKey) && IsKeyEmpty(ssvOldKey) &&
+        IsKeyEmpty(regionSwitchKey)) {
         loadSpecialProperties(sink);
         return;
     }

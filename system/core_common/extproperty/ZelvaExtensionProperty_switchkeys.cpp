@@ -16,12 +16,6 @@ namespace android {
 namespace init {
 namespace {
 
-// Where the old scheme kept the NV operator flag, in the order they are tried.
-constexpr const char* kOldNvFlagSources[] = {
-        "/mnt/vendor/zelvareserve/radio/exp_operator_switch.config",
-        "/dev/block/platform/bootdevice/by-name/reserve_exp1",
-        "/dev/block/bootdevice/by-name/reserve_exp1",
-};
 constexpr size_t kNvFlagLength = 8;
 constexpr size_t kCreateDirectoryBufferSize = 256;
 

@@ -1,8 +1,17 @@
-// Files and directories that several parts of the library share.
+// The library's fixed paths: files and directories that several parts of the
+// library share. Tools and fuzz targets that lay out or check a device take
+// them from here, so that they never drift from what the library reads.
 #pragma once
 
 namespace android {
 namespace init {
+
+// Where the brand and the SKU region that name the customization directories are read.
+constexpr char kSystemExtBuildProp[] = "/system_ext/etc/build.prop";
+constexpr char kBrandProperty[] = "ro.zelva.image.system_ext.brand";
+constexpr char kRegionBuildProp[] = "/my_region/build.prop";
+constexpr char kVendorRegionBuildProp[] = "/mnt/vendor/my_region/build.prop";
+constexpr char kSkuRegionProperty[] = "ro.zelva.pipeline.region";
 
 // Reserve partition: survives a data wipe.
 constexpr char kReserveSsvDir[] = "/mnt/vendor/zelvareserve/system/ssv/";
@@ -21,6 +30,14 @@ constexpr char kReserveSimSwitchCommonFile[] =
         "/mnt/vendor/zelvareserve/system/ssv/sim_switch_common_prop_file";
 constexpr char kReserveForceConnectFile[] =
         "/mnt/vendor/zelvareserve/system/ssv/force_connect_internet_prop_file";
+constexpr char kFlashbackFile[] = "/mnt/vendor/zelvareserve/system/flag/flashback.cfg";
+
+// Where the old scheme kept the NV operator flag, in the order they are tried.
+constexpr const char* kOldNvFlagSources[] = {
+        "/mnt/vendor/zelvareserve/radio/exp_operator_switch.config",
+        "/dev/block/platform/bootdevice/by-name/reserve_exp1",
+        "/dev/block/bootdevice/by-name/reserve_exp1",
+};
 
 // Data partition copies and overrides: lost on a data wipe.
 constexpr char kDataSimSwitchFirstFile[] =
@@ -32,9 +49,17 @@ constexpr char kDataSimActionFile[] = "/data/system/customize/sim_switch/sim_act
 constexpr char kDataEmptyAppChannelFile[] =
         "/data/system/customize/empty_appchannel_prop_file.prop";
 constexpr char kDataCommonFile[] = "/data/system/customize/data_common_prop_file.prop";
+constexpr char kCloudOverrideFile[] =
+        "/data/system/customize/cloud-config/data_cloud_prop_file.prop";
 
-// COTA request file (also the COTA info file).
+// COTA request files (the first is also the COTA info file).
 constexpr char kCotaMountInfoFile[] = "/data/cota/cota_mount_info.prop";
+constexpr char kCotaModuleInfoFile[] = "/data/cota/cota_module_info.prop";
+
+// Boot logo: the raw splash partition, and the company image's logo, first choice first.
+constexpr char kLogoTarget[] = "/dev/block/by-name/splash_odm";
+constexpr char kLogoImage[] = "/my_company/media/logo/logo.img";
+constexpr char kLogoBinary[] = "/my_company/media/logo/logo.bin";
 
 constexpr char kCompanyDir[] = "/my_company";
 constexpr char kCarrierDir[] = "/my_carrier";

@@ -36,10 +36,21 @@ char* SkipSpace(char* p) {
     return p;
 }
 
-// Cuts whitespace at the end of the C string that starts at |begin| and ends
-// just before |end|, never cutting the first byte.
+// Cuts whitespace at the end of the bytes from |begin| to just before |end|,
+// never cutting the first byte.
 void CutTrailingSpace(char* begin, char* end) {
     for (char* p = end - 1; p > begin && IsPropertySpace(*p); --p) *p = '\0';
+}
+
+// Cuts the line that starts at |line| at its line feed |eol| and returns its
+// text: leading whitespace skipped, trailing whitespace cut. The trailing
+// whitespace is that of the line's bytes as they stand; a NUL is not
+// whitespace, so a blank before a NUL stays, and the NUL then ends the text.
+char* LineText(char* line, char* eol) {
+    *eol = '\0';
+    char* text = SkipSpace(line);
+    CutTrailingSpace(text, eol);
+    return text;
 }
 
 bool FilterAccepts(const char* filter, size_t filter_len, const char* name) {
@@ -80,18 +91,16 @@ void LoadImport(char* import_args, PropertyMap* properties) {
 }
 
 // Parses |data| (which ends with "\n" and a NUL) line by line, cutting lines,
-// names and values in place. A NUL byte ends the text of its line.
+// names and values in place.
 void LoadPropertiesFromBuffer(char* data, size_t size, const char* filter,
                               PropertyMap* properties) {
     const size_t filter_len = filter != nullptr ? strlen(filter) : 0;
     char* const end = data + size;
     char* line = data;
     while (char* eol = static_cast<char*>(memchr(line, '\n', end - line))) {
-        *eol = '\0';
-        char* key = SkipSpace(line);
+        char* key = LineText(line, eol);
         line = eol + 1;
         if (*key == '#') continue;
-        CutTrailingSpace(key, key + strlen(key));
 
         if (filter_len == 0 && strncmp(key, kImportKeyword, kImportKeywordLen) == 0) {
             LoadImport(key + kImportKeywordLen, properties);
@@ -140,11 +149,9 @@ std::string load_property_from_file(const char* filename, const char* name) {
     char* const end = file_contents->data() + file_contents->size();
     char* line = file_contents->data();
     while (char* eol = static_cast<char*>(memchr(line, '\n', end - line))) {
-        *eol = '\0';
-        char* key = SkipSpace(line);
+        char* key = LineText(line, eol);
         line = eol + 1;
         if (*key == '#') continue;
-        CutTrailingSpace(key, key + strlen(key));
         if (strncmp(key, name, name_len) != 0) continue;
         char* value = strchr(key, '=');
         if (value == nullptr) continue;
