@@ -104,6 +104,30 @@ TEST(InitRulesBootTest, ExplainShowsTheContextAndWhyValuesWereRefused) {
                       HasSubstr("Value after boot: 'V2-Vodafone'\n")));
 }
 
+// A script's "host" line changes the rules for the steps after it.
+TEST(InitRulesBootTest, AScriptHostLineAppliesToTheStepsAfterIt) {
+    std::string why, error;
+    SKIP_WITHOUT_SANDBOX(sandbox::Available(&why) ? "" : why);
+    auto root = sandbox::ScratchRoot::Create(
+            sandbox::DeviceTree().File("/my_carrier/build.prop", "ro.zelva.operator.name=A\n"),
+            &error);
+    ASSERT_NE(root, nullptr) << error;
+    TemporaryFile script;
+    ASSERT_TRUE(android::base::WriteStringToFd("loadExtensionPartitionProperties /my_carrier\n"
+                                               "host aosp\n"
+                                               "loadExtensionPartitionProperties /my_carrier\n",
+                                               script.fd));
+    const SimRun run = Sim("boot --root " + root->path() + " --script " + script.path);
+    ASSERT_EQ(run.status, 0);
+    std::vector<std::string> entries;
+    for (const std::string& line : android::base::Split(run.out, "\n")) {
+        if (android::base::StartsWith(line, " ")) entries.push_back(line);
+    }
+    EXPECT_THAT(entries, testing::ElementsAre(" + ro.zelva.operator.name=A",
+                                              " ! ro.zelva.operator.name=A  (refused: Read-only "
+                                              "property was already set)"));
+}
+
 // The library creates a COTA module directory and restorecons it, after the
 // simulator has loaded Android's libselinux for the tree's contexts: the
 // dynamic linker must bind the call to the host's stand-in.
