@@ -8,7 +8,6 @@ packages=(
   binutils                       # nm, for the exported-symbol check
   android-libbase-dev android-liblog-dev libfmt-dev  # Android's base library and logger
   android-libselinux-dev         # the simulator's property-contexts check (libselinux's backend)
-  nlohmann-json3-dev             # tests read the simulator's JSON
   libgtest-dev libgmock-dev      # the test suite
   libbenchmark-dev               # bench/
   clang libclang-rt-14-dev       # libFuzzer targets
