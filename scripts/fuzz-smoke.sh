@@ -17,7 +17,11 @@ mapfile -t targets < <(sed -n 's/^zelva_fuzzer(\([A-Za-z0-9_]*\).*/\1/p' fuzz/CM
 cmake --build "$build" -j 2 --target "${targets[@]}"
 
 scratch="$(mktemp -d)"
-trap 'rm -rf "$scratch"' EXIT
+# The targets' device roots go here (not below their working directory, which each target
+# keeps reachable inside its root), so that anything they leave behind is seen and removed.
+roots="$(mktemp -d)"
+trap 'rm -rf "$scratch" "$roots"' EXIT
+export TMPDIR="$roots"
 export ASAN_OPTIONS="detect_leaks=1"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 
@@ -50,4 +54,10 @@ for target in "${targets[@]}"; do
   fi
 done
 for pid in "${pids[@]}"; do wait "$pid" || failed=1; done
+# A device root is removed by its watcher right after its target ends.
+for _ in $(seq 50); do [ -z "$(ls -A "$TMPDIR")" ] && break; sleep 0.1; done
+if [ -n "$(ls -A "$TMPDIR")" ]; then
+  echo "left behind by the targets:"; ls -la "$TMPDIR"
+  failed=1
+fi
 exit "$failed"

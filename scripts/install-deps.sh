@@ -12,6 +12,7 @@ packages=(
   libbenchmark-dev               # bench/
   clang libclang-rt-14-dev       # libFuzzer targets
   python3                        # bench/ tree generator
+  util-linux procps              # setpriv and pgrep, for the unprivileged sandbox tests
 )
 
 sudo=""

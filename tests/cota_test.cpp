@@ -1,152 +1,293 @@
-// COTA: the composed display version name, the service commands (slot 12) with their one-shot
-// request files, read-only binds and module directories. Slot 7 is in simswitch_test.cpp.
+// COTA: the composed display version name and the service commands (slot 12) with their
+// one-shot request files, read-only binds and module directories. Slot 7 is in
+// simswitch_test.cpp, the bind thread in cota_thread_test.cpp.
 
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <mutex>
+#include <sstream>
 
-#include "cota_test_support.h"
+#include <gmock/gmock.h>
+
+#include "switch_test_support.h"
 #include "utils.h"
 
 static std::mutex g_mount_lock;
-static std::string g_mount_calls;
+static std::vector<zelva_test::MountCall> g_mount_calls;
 
 // Replaces libc's mount() in the test binary: records the call, then makes it.
 extern "C" int mount(const char* source, const char* target, const char* type, unsigned long flags,
                      const void* data) noexcept {
-    char line[512];
-    snprintf(line, sizeof(line), "%s>%s 0x%lx\n", source ? source : "", target, flags);
-    std::lock_guard<std::mutex> guard(g_mount_lock);
-    g_mount_calls += line;
+    {
+        std::lock_guard<std::mutex> guard(g_mount_lock);
+        g_mount_calls.push_back({source ? source : "", target, flags});
+    }
     return static_cast<int>(syscall(SYS_mount, source, target, type, flags, data));
 }
 
 namespace zelva_test {
 
-std::string TakeMountCalls() {
+std::vector<MountCall> TakeMountCalls() {
     std::lock_guard<std::mutex> guard(g_mount_lock);
-    return std::exchange(g_mount_calls, "");
+    return std::exchange(g_mount_calls, {});
 }
 
-sandbox::Outcome RunDevice(const std::string& tree, const std::string& props,
+// The calls travel to the parent as one note (when there are any), a line each for source,
+// target and flags.
+sandbox::Outcome RunDevice(const sandbox::DeviceTree& tree, PropertyMap props,
                            const sandbox::Function& fn) {
-    sandbox::DeviceTree device;
-    for (auto [path, content] : P(tree)) {
-        for (char& c : content) c = c == ';' ? '\n' : c;
-        path.back() == '/' ? device.Dir(path) : device.File(path, content);
+    return RunInDevice(tree,
+                       [&](sandbox::Context& ctx) {
+                           Impl();
+                           ctx.SetStep(kCall);
+                           TakeMountCalls();
+                           fn(ctx);
+                           std::string calls;
+                           for (const MountCall& call : TakeMountCalls()) {
+                               calls += call.source + "\n" + call.target + "\n" +
+                                        std::to_string(call.flags) + "\n";
+                           }
+                           if (!calls.empty()) ctx.Note("mounts", calls);
+                       },
+                       {.properties = std::move(props)});
+}
+
+std::vector<MountCall> MountCalls(const sandbox::Outcome& outcome) {
+    std::vector<MountCall> calls;
+    const auto it = outcome.notes.find("mounts");
+    std::istringstream in(it == outcome.notes.end() ? "" : it->second);
+    for (MountCall call; std::getline(in, call.source) && std::getline(in, call.target);) {
+        std::string flags;
+        std::getline(in, flags);
+        call.flags = std::stoul(flags);
+        calls.push_back(call);
     }
-    sandbox::Options options;
-    options.properties = P(props);
-    return RunInDevice(device, [&](sandbox::Context& ctx) {
-        TakeMountCalls();
-        fn(ctx);
-        ctx.Note("mounts", TakeMountCalls());
-    }, options);
+    return calls;
 }
 
 namespace {
 
-using android::init::loadCustomizeDisplayVersionName;
+using testing::ElementsAre;
+using testing::IsEmpty;
 
-const std::string kDisplay = "ro.zelva.customize.display.version_name=";
+const std::string kDisplay = "ro.zelva.customize.display.version_name";
+const std::string kCarrierVersion = "ro.zelva.image.my_carrier.version_name";
+const std::string kCotaVersion = "ro.build.cota.version_name";
 
-// Rows: display, carrier and COTA version names; the display version sent ("": none,
-// "abort": the process aborts); whether a "cota type " line is logged.
-TEST(CotaTest, DisplayVersionComposition) {
-    for (const Lines& c : std::vector<Lines>{{"X1PM", "", "X1_U_COTA_5", "X1CT_U005", "logged"},
-                                             {"V1CT", "", "AB_12", "V1P_T012", "logged"},
-                                             {"V1", "ABC-DEF-GH", "", "GH", ""},
-                                             {"V1", "-GH", "_5", "-GH", ""},
-                                             {"", "ABC-DEF-GH", "AB_7", "", ""},
-                                             {"V", "", "AB_7", "abort", ""}}) {
-        auto o = RunDevice("", kDisplay + c[0] + " ro.zelva.image.my_carrier.version_name=" + c[1] +
-                                       " ro.build.cota.version_name=" + c[2],
-                           [](auto& ctx) { loadCustomizeDisplayVersionName(ctx.sink()); });
-        if (!o.unavailable.empty()) GTEST_SKIP() << o.unavailable;
-        const bool plain = c[3].empty() || c[3] == "abort";
-        EXPECT_EQ(o.signal ? "abort" : Sent(o), plain ? c[3] : "{" + kDisplay + c[3] + "}");
-        EXPECT_EQ(o.HasLogContaining("cota type "), !c[4].empty());
+SentBatch DisplayVersion(const std::string& version) {
+    return Ordinary({{kDisplay, version}});
+}
+
+TEST(CotaTest, DisplayVersionIsComposedFromTheCarrierAndCotaVersions) {
+    const struct {
+        std::string display, carrier_version, cota_version;
+        std::vector<SentBatch> sent;
+        std::vector<LogRecord> logs;
+    } cases[] = {
+            {.display = "X1PM",
+             .cota_version = "X1_U_COTA_5",
+             .sent = {DisplayVersion("X1CT_U005")},
+             .logs = {Info("cota type CT android version: U cota version: 005 display version: "
+                           "X1CT_U005")}},
+            {.display = "V1CT",
+             .cota_version = "AB_12",
+             .sent = {DisplayVersion("V1P_T012")},
+             .logs = {Info("cota type P android version: T cota version: 012 display version: "
+                           "V1P_T012")}},
+            {.display = "V1",
+             .carrier_version = "ABC-DEF-GH",
+             .sent = {DisplayVersion("GH")},
+             .logs = {Info("carrier version ABC-DEF-GH")}},
+            {.display = "V1",
+             .carrier_version = "-GH",
+             .cota_version = "_5",
+             .sent = {DisplayVersion("-GH")},
+             .logs = {Info("carrier version -GH")}},
+            {.carrier_version = "ABC-DEF-GH", .cota_version = "AB_7"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.display + " / " + c.carrier_version + " / " + c.cota_version);
+        sandbox::Outcome o =
+                RunDevice(sandbox::DeviceTree(),
+                          {{kDisplay, c.display},
+                           {kCarrierVersion, c.carrier_version},
+                           {kCotaVersion, c.cota_version}},
+                          [](sandbox::Context& ctx) {
+                              android::init::loadCustomizeDisplayVersionName(ctx.sink());
+                          });
+        ASSERT_DEVICE_RAN(o);
+        EXPECT_EQ(SentBatches(o), c.sent);
+        EXPECT_EQ(LogRecords(o), c.logs);
     }
 }
 
-// Rows: the command, the request files it finds, the batches (image names without
-// "ro.zelva.image.my_"), the mounts, the ERROR and "create path: " lines. Request files are
-// gone afterwards: read once, deleted whatever happens.
-TEST(CotaTest, ServiceCommandsBindAndLoad) {
-    const std::string z = "ro.zelva.image.my_", info = std::string(kMountInfo) + "=";
-    const std::string tree = "/my_carrier/ /my_mod/ /mnt/cota/ /c/build.prop=ro.a=1;" +
-                             z + "bigball.version_name=V3 /m/build.prop=" + z +
-                             "bigball.date.utc=1;" + z + "bigball.version_name=V-Co " +
-                             "/c/cust/build.prop=ro.cust=1;" + z + "carrier.version_name=Own ";
-    const std::string props = kSeed + " " + kDisplay + "V1PM ro.build.cota.version_name=AB_7 ";
-    const std::string mod = std::string(kModuleInfo) + "=", bound = "/m>/my_mod 0x1485\n";
-    const std::string module = mod + "mount_point=/m;bind_point=/my_mod;sys.r=1;ro.r=2;persist.r=3";
-    const std::string load = info + "sys.cotaimg.verify=1;sys.cota.load.properties=/c;" +
-                             "persisit.z=3;persist.w=4;other=5";
-    const std::string fwd = " {persisit.z=3 sys.cota.load.properties=/c sys.cotaimg.verify=1}";
-    const std::string raw = "{ro.a=1 ro.cust=1 bigball.version_name=V3 carrier.version_name=Own}";
-    const std::string m = "{bigball.date.utc=1 carrier.date.utc=1 carrier.version_name=V-Co} ";
-    const std::string x = "create path: /mnt/cota/x/y sub dir: /mnt/cota/x";
-    struct Case {
-        std::string call, input, sent, mounts = {};
-        Lines logs = {};
+// Deliberately unguarded: the last two characters of a one-character display version.
+TEST(CotaTest, OneCharacterDisplayVersionAbortsTheProcess) {
+    sandbox::Outcome o = RunDevice(sandbox::DeviceTree(), {{kDisplay, "V"}, {kCotaVersion, "AB_7"}},
+                                   [](sandbox::Context& ctx) {
+                                       android::init::loadCustomizeDisplayVersionName(ctx.sink());
+                                   });
+    SKIP_WITHOUT_SANDBOX(o.unavailable);
+    EXPECT_EQ(o.signal, SIGABRT) << o.Describe();
+    EXPECT_THAT(SentBatches(o), IsEmpty());
+}
+
+// A COTA image /c (with a cust/ part) and a module /m, each naming its version as a bigball
+// image, and the bind points /my_carrier and /my_mod.
+sandbox::DeviceTree CotaDevice() {
+    return sandbox::DeviceTree()
+            .Dir("/my_carrier")
+            .Dir("/my_mod")
+            .Dir("/mnt/cota")
+            .File("/c/build.prop", "ro.a=1\nro.zelva.image.my_bigball.version_name=V3\n")
+            .File("/c/cust/build.prop", "ro.cust=1\n" + kCarrierVersion + "=Own\n")
+            .File("/m/build.prop",
+                  "ro.zelva.image.my_bigball.date.utc=1\n"
+                  "ro.zelva.image.my_bigball.version_name=V-Co\n");
+}
+
+// Runs service command |command| on |tree|, with the display version V1PM and the COTA
+// version AB_7 set.
+sandbox::Outcome Command(const std::string& command, const sandbox::DeviceTree& tree) {
+    return RunDevice(tree, With(kSpecialSeed, {{kDisplay, "V1PM"}, {kCotaVersion, "AB_7"}}),
+                     [&](sandbox::Context& ctx) {
+                         umask(0);
+                         Impl()->loadCotaServiceOverrideProperties(command, ctx.sink());
+                     });
+}
+
+// The request files are read once: none is left after any command.
+TEST(CotaServiceTest, CommandsBindAndSendWhatTheirRequestsAsk) {
+    const std::string module = "mount_point=/m\nbind_point=/my_mod\nsys.r=1\nro.r=2\npersist.r=3\n";
+    const SentBatch module_entries = Ordinary({{"ro.r", "2"}, {"sys.r", "1"}});
+    // A verified image /c; of its entries only "sys.", "ro." and (so spelt) "persisit." go on.
+    const std::string image =
+            "sys.cotaimg.verify=1\nsys.cota.load.properties=/c\npersisit.z=3\npersist.w=4\nx=5\n";
+    const SentBatch forwarded = Ordinary(
+            {{"persisit.z", "3"}, {"sys.cota.load.properties", "/c"}, {"sys.cotaimg.verify", "1"}});
+    // The image's properties as they stand, under any bind point but /my_carrier.
+    const SentBatch image_as_it_is = Ordinary({{"ro.a", "1"},
+                                               {"ro.cust", "1"},
+                                               {"ro.zelva.image.my_bigball.version_name", "V3"},
+                                               {kCarrierVersion, "Own"}});
+    const struct {
+        std::string behaviour, command;
+        std::map<std::string, std::string> requests;  // request file -> content
+        std::vector<MountCall> mounts;
+        std::vector<SentBatch> sent;
+        std::vector<LogRecord> errors;
     } cases[] = {
-            {"update_cota_info", info + "sys.x=1", "{sys.x=1} {" + kDisplay + "V1P_T007}"},
-            // Directory properties, special, display version, then the request's own entries.
-            {"module_bind_single", module + ";module_type=configure",
-             m + kSpecial + " {" + kDisplay + "Co_T007} {ro.r=2 sys.r=1}", bound},
-            {"module_bind_single", module + ";module_type=Configure", "{ro.r=2 sys.r=1}", bound},
-            {"module_bind_single", module, ""},
-            {"module_bind_single", module + ";module_type=configure;bind_point=/no", "",
-             "/m>/no 0x1485\n", {"bindCotaModuleMountPoint bind failed: -1"}},
-            // The bigball version removed, the carrier version of cust/ kept.
-            {"mount_and_check_load", load, "{ro.a=1 ro.cust=1 carrier.version_name=Own}" + fwd +
-             " " + kSpecial + " {" + kDisplay + "Own_T007}", "/c>/my_carrier 0x1485\n"},
-            // Other bind points: no renaming, no special, no display version.
-            {"mount_must_load", load + ";bind_point=/my_mod", raw + fwd, "/c>/my_mod 0x1485\n"},
-            // A failed bind loads from the source.
-            {"mount_must_load", load + ";bind_point=/no", raw + fwd, "/c>/no 0x1485\n",
-             {"cota bindAndLoadCotaOverrideProperties bind failed: -1"}},
-            {"mount_must_load", load + ";bind_point=/c", raw + fwd},
-            {"MOUNT_MUST_LOAD", "", "", "", {"not valid cota mount bind command:MOUNT_MUST_LOAD"}},
-            // Module dirs made below the base (a plain prefix), parents first; the module bound,
-            // then the sys./ro. entries forwarded. Then "/a", whose parent "" can't be made.
-            {"bind_basic_point",
-             mod + "mount_point=/m;module_type=x;bind_point=/mnt/cota/x/y;sys.m=1 " + info +
-                     "sys.foo=1;ro.bar=2;persist.baz=3;my=/mnt/cota/x/y;extra=/mnt/cotaextra",
-             "{sys.m=1} {ro.bar=2 sys.foo=1}", "/m>/mnt/cota/x/y 0x1485\n",
-             {"cota module wrong dir 3", "create sub dir failed: ",
-              "create path: /mnt/cotaextra sub dir: /mnt", x,
-              "create path: /mnt/cota/x sub dir: /mnt/cota", x, "create path: /a sub dir: "}},
+            {.behaviour = "the info file is forwarded, then the display version composed",
+             .command = "update_cota_info",
+             .requests = {{kMountInfo, "sys.x=1\n"}},
+             .sent = {Ordinary({{"sys.x", "1"}}), DisplayVersion("V1P_T007")}},
+            {.behaviour = "a configure module: its properties, special, display, its entries",
+             .command = "module_bind_single",
+             .requests = {{kModuleInfo, module + "module_type=configure\n"}},
+             .mounts = {CotaBind("/m", "/my_mod")},
+             .sent = {Ordinary({{"ro.zelva.image.my_bigball.date.utc", "1"},
+                                {"ro.zelva.image.my_carrier.date.utc", "1"},
+                                {kCarrierVersion, "V-Co"}}),
+                      kSpecialBatch, DisplayVersion("Co_T007"), module_entries}},
+            {.behaviour = "a module of another type: its entries only",
+             .command = "module_bind_single",
+             .requests = {{kModuleInfo, module + "module_type=Configure\n"}},
+             .mounts = {CotaBind("/m", "/my_mod")},
+             .sent = {module_entries}},
+            {.behaviour = "a module without a type is not bound",
+             .command = "module_bind_single",
+             .requests = {{kModuleInfo, module}}},
+            {.behaviour = "a failed module bind sends nothing",
+             .command = "module_bind_single",
+             .requests = {{kModuleInfo, module + "module_type=configure\nbind_point=/no\n"}},
+             .mounts = {CotaBind("/m", "/no")},
+             .errors = {Error("bindCotaModuleMountPoint bind failed: -1")}},
+            {.behaviour = "the carrier image: renamed, forwarded, special, display version",
+             .command = "mount_and_check_load",
+             .requests = {{kMountInfo, image}},
+             .mounts = {CotaBind("/c", "/my_carrier")},
+             .sent = {Ordinary({{"ro.a", "1"}, {"ro.cust", "1"}, {kCarrierVersion, "Own"}}),
+                      forwarded, kSpecialBatch, DisplayVersion("Own_T007")}},
+            {.behaviour = "an image bound elsewhere is sent as it is",
+             .command = "mount_must_load",
+             .requests = {{kMountInfo, image + "bind_point=/my_mod\n"}},
+             .mounts = {CotaBind("/c", "/my_mod")},
+             .sent = {image_as_it_is, forwarded}},
+            {.behaviour = "an image whose bind fails is loaded from its source",
+             .command = "mount_must_load",
+             .requests = {{kMountInfo, image + "bind_point=/no\n"}},
+             .mounts = {CotaBind("/c", "/no")},
+             .sent = {image_as_it_is, forwarded},
+             .errors = {Error("cota bindAndLoadCotaOverrideProperties bind failed: -1")}},
+            {.behaviour = "an image that is its own bind point is loaded unmounted",
+             .command = "mount_must_load",
+             .requests = {{kMountInfo, image + "bind_point=/c\n"}},
+             .sent = {image_as_it_is, forwarded}},
+            {.behaviour = "commands are matched whole and case-sensitive",
+             .command = "MOUNT_MUST_LOAD",
+             .errors = {Error("not valid cota mount bind command:MOUNT_MUST_LOAD")}},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.call + ": " + c.input);
-        const bool basic = c.call == "bind_basic_point";
-        auto o = RunDevice(tree + c.input, props, [&](sandbox::Context& ctx) {
-            umask(0);
-            Impl()->loadCotaServiceOverrideProperties(c.call, ctx.sink());
-            if (basic) ctx.Note("/a", std::to_string(createCotaDirectory("/a")));
-        });
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.behaviour);
+        sandbox::DeviceTree tree = CotaDevice();
+        for (const auto& [path, content] : c.requests) tree.File(path, content);
+        sandbox::Outcome o = Command(c.command, tree);
         ASSERT_DEVICE_RAN(o);
-        std::string sent = Sent(o), made = o.notes["/a"];
-        for (size_t at; (at = sent.find(z)) != std::string::npos;) sent.erase(at, z.size());
-        EXPECT_EQ(sent, c.sent);
-        EXPECT_EQ(o.notes["mounts"], c.mounts);
-        Lines logs = o.Messages(android::base::ERROR);  // then the "create path: " lines
-        for (const std::string& line : o.Messages(android::base::INFO)) {
-            if (line.find("create path: ") == 0) logs.push_back(line);
-        }
-        EXPECT_EQ(logs, c.logs);
+        EXPECT_EQ(MountCalls(o), c.mounts);
+        EXPECT_EQ(SentBatches(o), c.sent);
+        EXPECT_EQ(LogRecords(o, {.min_severity = android::base::ERROR}), c.errors);
         EXPECT_FALSE(o.Exists(kMountInfo) || o.Exists(kModuleInfo));
-        for (const char* dir : {"/mnt/cota/x", "/mnt/cota/x/y", "/mnt/cotaextra", "/a"}) {
-            const sandbox::TreeEntry& e = o.tree[dir];  // "d": made 0755 root:root
-            made += e.type == 'd' && e.mode == 0755 && e.uid + e.gid == 0 ? " d" : " -";
-        }
-        EXPECT_EQ(made, basic ? "-1 d d d -" : " - - - -");
     }
+}
+
+// Module directories are made below the base (a plain prefix: /mnt/cotaextra counts), parents
+// first, each as root's 0755; then the module is bound and its entries and the request's own
+// "sys."/"ro." entries are sent.
+TEST(CotaServiceTest, BasicPointMakesModuleDirectoriesThenBindsTheModule) {
+    sandbox::Outcome o = Command(
+            "bind_basic_point",
+            CotaDevice()
+                    .File(kModuleInfo,
+                          "mount_point=/m\nmodule_type=x\nbind_point=/mnt/cota/x/y\nsys.m=1\n")
+                    .File(kMountInfo,
+                          "sys.foo=1\nro.bar=2\npersist.baz=3\n"
+                          "my=/mnt/cota/x/y\nextra=/mnt/cotaextra\n"));
+    ASSERT_DEVICE_RAN(o);
+    for (const char* dir : {"/mnt/cota/x", "/mnt/cota/x/y", "/mnt/cotaextra"}) {
+        const sandbox::TreeEntry& made = o.tree[dir];  // a directory of root's, mode 0755
+        EXPECT_EQ(std::tuple(made.type, made.mode & 07777, made.uid, made.gid),
+                  std::tuple('d', 0755u, 0u, 0u))
+                << dir;
+    }
+    EXPECT_THAT(MountCalls(o), ElementsAre(CotaBind("/m", "/mnt/cota/x/y")));
+    EXPECT_THAT(SentBatches(o), ElementsAre(Ordinary({{"sys.m", "1"}}),
+                                            Ordinary({{"ro.bar", "2"}, {"sys.foo", "1"}})));
+    // Entries in name order; "persist." is no property prefix here, so 3 is a module directory.
+    const std::string deepest = "create path: /mnt/cota/x/y sub dir: /mnt/cota/x";
+    EXPECT_THAT(LogRecords(o, {.step = kCall, .parser = true}),
+                ElementsAre(Info("bind cota module: extra mount point: /mnt/cotaextra"),
+                            Info("create path: /mnt/cotaextra sub dir: /mnt"),
+                            Info("bind cota module: my mount point: /mnt/cota/x/y"), Info(deepest),
+                            Info("create path: /mnt/cota/x sub dir: /mnt/cota"), Info(deepest),
+                            Info("bind cota module: persist.baz mount point: 3"),
+                            Error("cota module wrong dir 3"),
+                            Info("cota module bind from: /m to: /mnt/cota/x/y")));
+    EXPECT_FALSE(o.Exists(kMountInfo) || o.Exists(kModuleInfo));
+}
+
+// The parent of /a is "", which can't be made: there is deliberately no case for the root.
+TEST(CotaServiceTest, DirectChildOfTheRootCannotBeMade) {
+    sandbox::Outcome o = RunDevice(sandbox::DeviceTree(), {}, [](sandbox::Context& ctx) {
+        ctx.Note("result", std::to_string(createCotaDirectory("/a")));
+    });
+    ASSERT_DEVICE_RAN(o);
+    EXPECT_EQ(o.notes["result"], "-1");
+    EXPECT_FALSE(o.Exists("/a"));
+    EXPECT_THAT(LogRecords(o, {.step = kCall, .parser = true}),
+                ElementsAre(Info("create path: /a sub dir: "), Error("create sub dir failed: ")));
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
-// Derived version properties, the channel reset after an emergency shutdown,
-// the forced internet connection, the data special files and the market name.
+// Derived version properties, the channel reset after an emergency shutdown, the forced
+// internet connection, the data special files and the market name.
+
+#include <gmock/gmock.h>
 
 #include "persist_test_support.h"
 
@@ -7,113 +9,278 @@ namespace zelva_test {
 namespace {
 
 using namespace android::init;
-const std::string kCust = "/data/system/customize/", kSsv = "/mnt/vendor/zelvareserve/system/ssv/";
+using android::base::ERROR;
+using testing::ElementsAre;
+using testing::IsEmpty;
 
-TEST(DerivedTest, VersionsChannelResetForcedConnectionAndDataFiles) {
-    // The files that the channel reset deletes; the last two only when they can be opened.
-    const std::vector<std::string> files = {kCust + "empty_appchannel_prop_file.prop",
-            kSsv + "sim_switch_common_prop_file", kCust + "data_common_prop_file.prop",
-            kCust + "sim_switch/region_switch_file", kSsv + "region_switch_file"};
-    const std::string id = "ro.vendor.zelva.version_suffix=T,ro.build.display.id=";
-    const std::string carrier = "ro.zelva.image.my_carrier.version_name=";
-    const std::string sent = "[0 ro.zelva.customize.display.version_name=";
-    auto name = [&](const std::string& n) { return sent + n + "]|customize dispaly version " + n; };
-    const std::string persist = "persist.sys.", shutdown = "persist.sys.911.shutdown=1,";
-    const std::string reset = "[2 persist.sys.reboot.time.count=0 " + persist +
-            "recopy.preload.opinstalled=true " + persist + "remove.carrier.apk=false " + persist +
-            "remove.region-all.apk=false " + persist + "remove.region.apk=false]";
-    const std::string force = shutdown + "ro.zelva.internet.whether.force.connect=1";
-    const std::string forced = "ro.zelva.internet.force.connect=1";
-    // Properties, what runs, then what it returned, the batches and the messages.
-    const Table cases = {
-            // The experience version: the suffix goes before the first "_", unless that starts
-            // the id. The display version name: what follows the first "-", unless that starts
-            // the name; the carrier's name, else the region's, unless a partition set one.
-            {id + "A_B_C,ro.zelva.image.my_region.version_name=R-B-C", "versions",
-             "[0 ro.vendor.zelva.exp.version=AT_B_C]" + name("B-C")},
-            {id + "_11", "versions", ""}, {id + "QX100", "versions", ""},
-            {"ro.build.display.id=Q_1", "versions", ""},
-            {carrier + "-Green", "versions", name("-Green")},
-            {carrier + "V1-", "versions", "|customize dispaly version "},
-            {carrier + "Red,ro.zelva.image.my_region.version_name=R-B", "versions", name("Red")},
-            {"ro.zelva.customize.display.version_name=X," + carrier + "V1-G", "versions", ""},
-            // The channel reset, run twice over |files| made with the content given: which files
-            // are left after each run, then the batch of the first run (none from the second,
-            // once the host has set the recopy marker).
-            {shutdown + persist + "channel.info=c," + persist + "channel.country.info=c",
-             "reset <socket>", "0001111111[2 persist.sys.channel.country.info= "
-             "persist.sys.channel.info= persist.sys.recopy.preload.opinstalled=none]"},
-            {shutdown + persist + "remove.carrier.apk=x", "reset a=1", "0000011111" + reset},
-            {shutdown + persist + "remove.region-all.apk=x", "reset a=1", "0000011111" + reset},
-            {shutdown + persist + "remove.region.apk=EU", "reset a=1", "0000011111" + reset},
-            // Only after the exact marker "1", and only while the recopy marker is unset.
-            {persist + "911.shutdown=1 ", "reset a=1", "1111111111"},
-            {shutdown + persist + "recopy.preload.opinstalled=none", "reset a=1", "1111111111"},
-            // The two data files, with the content given ("-": absent), go into one map, sent
-            // after each file that exists, even when it fails to load.
-            {"", "data a=1 b=2", "[0 a=1][0 a=1 b=2]"}, {"", "data - -", ""},
-            {"", "data <socket> <socket>", "[0][0]|reboot empty appchanel property failed:" +
-                     files[0] + "|reboot data common property failed:" + files[2]},
-            // The forced connection, over the file given ("-": none): the file, then the batch,
-            // which a failed write doesn't stop.
-            {force, "force -", forced + "\n[0 " + forced + "]"},
-            {force + ",persist.sys.911.shutdown=1 ", "force -", ""},
-            {force + ",ro.zelva.internet.whether.force.connect=11", "force -", ""},
-            {force + ",ro.zelva.internet.force.connect=0", "force -", ""},
-            {force, "force <socket>", "[0 " + forced + "]|Unable to write force_connect_" +
-                    "internet_prop_file_path open() failed: No such device or address"}};
-    const sandbox::DeviceTree tree = sandbox::DeviceTree().Dir(kCust + "sim_switch/").Dir(kSsv);
-    ExpectCases(tree, cases, android::base::VERBOSE, [&](sandbox::Context& ctx, size_t i) {
-        const std::vector<std::string> what = android::base::Split(cases[i][1], " ");
-        std::string result;
-        if (what[0] == "versions") loadSpecialProperties(ctx.sink());
-        if (what[0] == "data") {
-            Put(files[0], what[1]);
-            Put(files[2], what[2]);
-            loadDataSpecialProperties(ctx.sink());
+const std::string kCust = "/data/system/customize/";
+const std::string kSsv = "/mnt/vendor/zelvareserve/system/ssv/";
+const std::string kShutdown = "persist.sys.911.shutdown";
+const std::string kRecopy = "persist.sys.recopy.preload.opinstalled";
+
+const std::string kSuffix = "ro.vendor.zelva.version_suffix";
+const std::string kDisplayId = "ro.build.display.id";
+
+TEST(SpecialPropertiesTest, ExperienceVersionSplicesSuffixBeforeFirstUnderscoreOfDisplayId) {
+    struct Row {
+        std::string name;
+        PropertyMap properties;
+        std::optional<std::string> version;
+    };
+    const std::vector<Row> rows = {
+            {"spliced", {{kSuffix, "T"}, {kDisplayId, "A_B_C"}}, "AT_B_C"},
+            {"id starts with '_'", {{kSuffix, "T"}, {kDisplayId, "_11"}}, std::nullopt},
+            {"id without '_'", {{kSuffix, "T"}, {kDisplayId, "QX100"}}, std::nullopt},
+            {"no suffix", {{kDisplayId, "Q_1"}}, std::nullopt}};
+    sandbox::Outcome outcome = RunRows<Row>(sandbox::DeviceTree(), rows, [](auto& ctx, const Row&) {
+        loadSpecialProperties(ctx.sink());
+    });
+    ASSERT_DEVICE_RAN(outcome);
+    for (const Row& row : rows) {
+        std::vector<SentBatch> sent;
+        if (row.version) sent.push_back(Ordinary({{"ro.vendor.zelva.exp.version", *row.version}}));
+        EXPECT_EQ(SentBatches(outcome, row.name), sent) << row.name;
+    }
+}
+
+TEST(SpecialPropertiesTest, DisplayVersionNameFollowsFirstDashOfCarrierElseRegionName) {
+    const std::string carrier = "ro.zelva.image.my_carrier.version_name";
+    const std::string region = "ro.zelva.image.my_region.version_name";
+    const std::string display = "ro.zelva.customize.display.version_name";
+    struct Row {
+        std::string name;
+        PropertyMap properties;
+        std::optional<std::string> display_name;  // logged, and sent unless empty
+    };
+    const std::vector<Row> rows = {
+            {"region's", {{region, "R-B-C"}}, "B-C"},
+            {"carrier's first", {{carrier, "Red"}, {region, "R-B"}}, "Red"},
+            {"leading dash kept", {{carrier, "-Green"}}, "-Green"},
+            {"nothing after dash", {{carrier, "V1-"}}, ""},
+            {"set by a partition", {{display, "X"}, {carrier, "V1-G"}}, std::nullopt}};
+    sandbox::Outcome outcome = RunRows<Row>(sandbox::DeviceTree(), rows, [](auto& ctx, const Row&) {
+        loadSpecialProperties(ctx.sink());
+    });
+    ASSERT_DEVICE_RAN(outcome);
+    for (const Row& row : rows) {
+        std::vector<SentBatch> sent;
+        std::vector<LogRecord> logs;
+        if (row.display_name)
+            logs.push_back(Info("customize dispaly version " + *row.display_name));
+        if (row.display_name.value_or("") != "")
+            sent.push_back(Ordinary({{display, *row.display_name}}));
+        EXPECT_EQ(SentBatches(outcome, row.name), sent) << row.name;
+        EXPECT_EQ(LogRecords(outcome, {.step = row.name}), logs) << row.name;
+    }
+}
+
+// The files the channel reset deletes; the last two only when they can be opened.
+const std::vector<std::string> kResetFiles = {
+        kCust + "empty_appchannel_prop_file.prop", kSsv + "sim_switch_common_prop_file",
+        kCust + "data_common_prop_file.prop", kCust + "sim_switch/region_switch_file",
+        kSsv + "region_switch_file"};
+
+// Runs the channel reset with |properties| over the reset files, unopenable ones when
+// |unopenable|.
+sandbox::Outcome RunChannelReset(const PropertyMap& properties, bool unopenable) {
+    const sandbox::DeviceTree tree = sandbox::DeviceTree().Dir(kCust + "sim_switch").Dir(kSsv);
+    return RunInDevice(tree, {.properties = properties}, [&](sandbox::Context& ctx) {
+        for (const std::string& file : kResetFiles) {
+            if (unopenable) {
+                MakeUnopenable(file);
+            } else {
+                android::base::WriteStringToFile("a=1", file);
+            }
         }
-        if (what[0] == "force") {
-            Put(kSsv + "force_connect_internet_prop_file", what[1]);
-            forceInternetConnection(ctx.sink());
-            android::base::ReadFileToString(kSsv + "force_connect_internet_prop_file", &result);
-        }
-        for (int run = 0; what[0] == "reset" && run < 2; ++run) {
-            for (const std::string& file : files) Put(file, what[1]);
-            checkAndRestoreChannelInfo(ctx.sink());
-            for (const std::string& file : files) result += access(file.c_str(), F_OK) ? "0" : "1";
-        }
-        return result;
+        checkAndRestoreChannelInfo(ctx.sink());
     });
 }
 
-TEST(DerivedTest, MarketNameMatchesStorageClass) {
-    const std::string config = "/my_product/cust/EU/etc/devicename.cfg";
-    const std::string name = "[0 ro.product.littletail_model= ro.product.littletail_type=t "
-                             "ro.vendor.zelva.market.name=Zelva X]";
-    // Properties, ROM ("-": no device name file), sectors of the user data device, then the
-    // batch and the errors. 536870912 sectors are 256 GiB.
-    Table cases = {{"ro.version.softwareconfidential=true", "256", "536870912", ""},
-                   {"ro.version.softwareconfidential=TRUE", "256", "536870912", name},
-                   {"", "-", "536870912", "|there is no config file: " + config}};
-    // Each class with the sizes just outside and at both edges of its range in GiB, the last
-    // sector of a GiB counting to it.
-    for (const auto& [rom, low, high] : std::vector<std::tuple<int, long long, long long>>{
-                 {128, 79, 177}, {256, 207, 305}, {512, 413, 611}, {1024, 925, 1024}}) {
-        const long long first = low << 21, end = (high + 1) << 21;  // sectors in the range
+std::vector<bool> ResetFilesLeft(const sandbox::Outcome& outcome) {
+    std::vector<bool> left;
+    for (const std::string& file : kResetFiles) left.push_back(outcome.Exists(file));
+    return left;
+}
+
+TEST(ChannelResetTest, EmergencyShutdownClearsChannelAndMarksNoRecopy) {
+    sandbox::Outcome outcome = RunChannelReset({{kShutdown, "1"},
+                                                {"persist.sys.channel.info", "c"},
+                                                {"persist.sys.channel.country.info", "c"}},
+                                               /*unopenable=*/true);
+    ASSERT_DEVICE_RAN(outcome);
+    EXPECT_THAT(SentBatches(outcome), ElementsAre(Restore({{"persist.sys.channel.country.info", ""},
+                                                           {"persist.sys.channel.info", ""},
+                                                           {kRecopy, "none"}})));
+    EXPECT_EQ(ResetFilesLeft(outcome), (std::vector<bool>{false, false, false, true, true}));
+}
+
+TEST(ChannelResetTest, AnyApkRemovalFlagResetsEveryFlagAndAsksForRecopy) {
+    const SentBatch reset = Restore({{"persist.sys.reboot.time.count", "0"},
+                                     {kRecopy, "true"},
+                                     {"persist.sys.remove.carrier.apk", "false"},
+                                     {"persist.sys.remove.region-all.apk", "false"},
+                                     {"persist.sys.remove.region.apk", "false"}});
+    for (const std::string flag :
+         {"persist.sys.remove.carrier.apk", "persist.sys.remove.region-all.apk",
+          "persist.sys.remove.region.apk"}) {
+        sandbox::Outcome outcome =
+                RunChannelReset({{kShutdown, "1"}, {flag, "x"}}, /*unopenable=*/false);
+        ASSERT_DEVICE_RAN(outcome);
+        EXPECT_THAT(SentBatches(outcome), ElementsAre(reset)) << flag;
+        EXPECT_EQ(ResetFilesLeft(outcome), std::vector<bool>(5, false)) << flag;
+    }
+}
+
+// Once the host has set the recopy marker of a reset, the next boot's does nothing.
+TEST(ChannelResetTest, OnlyExactShutdownMarkerWithRecopyUnsetStartsAReset) {
+    for (const PropertyMap& properties :
+         std::vector<PropertyMap>{{{kShutdown, "1 "}}, {{kShutdown, "1"}, {kRecopy, "none"}}}) {
+        sandbox::Outcome outcome = RunChannelReset(properties, /*unopenable=*/false);
+        ASSERT_DEVICE_RAN(outcome);
+        EXPECT_THAT(SentBatches(outcome), IsEmpty());
+        EXPECT_EQ(ResetFilesLeft(outcome), std::vector<bool>(5, true));
+    }
+}
+
+TEST(DataSpecialFilesTest, EachFileThatExistsSendsTheMapOfBothSoFarEvenWhenItFailsToLoad) {
+    const std::string channel = kResetFiles[0], common = kResetFiles[2];
+    sandbox::Outcome outcome =
+            RunInDevice(sandbox::DeviceTree().Dir(kCust), [&](sandbox::Context& ctx) {
+                ctx.SetStep("none");
+                loadDataSpecialProperties(ctx.sink());
+                android::base::WriteStringToFile("a=1", channel);
+                android::base::WriteStringToFile("b=2", common);
+                ctx.SetStep("both");
+                loadDataSpecialProperties(ctx.sink());
+                MakeUnopenable(channel);
+                MakeUnopenable(common);
+                ctx.SetStep("unopenable");
+                loadDataSpecialProperties(ctx.sink());
+            });
+    ASSERT_DEVICE_RAN(outcome);
+    EXPECT_THAT(SentBatches(outcome, "none"), IsEmpty());
+    EXPECT_THAT(SentBatches(outcome, "both"),
+                ElementsAre(Ordinary({{"a", "1"}}), Ordinary({{"a", "1"}, {"b", "2"}})));
+    EXPECT_THAT(SentBatches(outcome, "unopenable"), ElementsAre(Ordinary({}), Ordinary({})));
+    EXPECT_THAT(LogRecords(outcome, {.step = "unopenable", .min_severity = ERROR}),
+                ElementsAre(Error("reboot empty appchanel property failed:" + channel),
+                            Error("reboot data common property failed:" + common)));
+}
+
+const std::string kForceFile = kSsv + "force_connect_internet_prop_file";
+const std::string kForce = "ro.zelva.internet.force.connect";
+const std::string kWhetherForce = "ro.zelva.internet.whether.force.connect";
+
+TEST(ForcedConnectionTest, AfterEmergencyShutdownForcesConnectionAndRecordsIt) {
+    sandbox::Outcome outcome =
+            RunInDevice(sandbox::DeviceTree().Dir(kSsv),
+                        {.properties = {{kShutdown, "1"}, {kWhetherForce, "1"}}},
+                        [](sandbox::Context& ctx) { forceInternetConnection(ctx.sink()); });
+    ASSERT_DEVICE_RAN(outcome);
+    EXPECT_THAT(SentBatches(outcome), ElementsAre(Ordinary({{kForce, "1"}})));
+    EXPECT_EQ(FileAt(outcome, kForceFile), (FileState{.content = kForce + "=1\n", .mode = 0600}));
+}
+
+TEST(ForcedConnectionTest, FailedRecordStillForcesConnection) {
+    sandbox::Outcome outcome =
+            RunInDevice(sandbox::DeviceTree().Socket(kForceFile),
+                        {.properties = {{kShutdown, "1"}, {kWhetherForce, "1"}}},
+                        [](sandbox::Context& ctx) { forceInternetConnection(ctx.sink()); });
+    ASSERT_DEVICE_RAN(outcome);
+    EXPECT_THAT(SentBatches(outcome), ElementsAre(Ordinary({{kForce, "1"}})));
+    EXPECT_THAT(LogRecords(outcome, {.min_severity = ERROR}),
+                ElementsAre(Error("Unable to write force_connect_internet_prop_file_path open() "
+                                  "failed: No such device or address")));
+}
+
+TEST(ForcedConnectionTest, NeedsExactMarkersAndNoForcedValueYet) {
+    struct Row {
+        std::string name;
+        PropertyMap properties;
+    };
+    std::vector<Row> rows;
+    for (const auto& [name, value] :
+         PropertyMap{{kShutdown, "1 "}, {kWhetherForce, "11"}, {kForce, "0"}}) {
+        PropertyMap properties = {{kShutdown, "1"}, {kWhetherForce, "1"}};
+        properties[name] = value;
+        rows.push_back({.name = name + "=" + value, .properties = properties});
+    }
+    sandbox::Outcome outcome =
+            RunRows<Row>(sandbox::DeviceTree().Dir(kSsv), rows,
+                         [](auto& ctx, const Row&) { forceInternetConnection(ctx.sink()); });
+    ASSERT_DEVICE_RAN(outcome);
+    EXPECT_THAT(SentBatches(outcome), IsEmpty());
+    EXPECT_FALSE(outcome.Exists(kForceFile));
+}
+
+const std::string kDeviceName = "/my_product/cust/EU/etc/devicename.cfg";
+const SentBatch kMarketName = Ordinary({{"ro.product.littletail_model", ""},
+                                        {"ro.product.littletail_type", "t"},
+                                        {"ro.vendor.zelva.market.name", "Zelva X"}});
+
+// A device of the EU region whose user data device has |sectors| and whose device name file
+// holds |rom| (no such file when nullopt).
+sandbox::DeviceTree DeviceWithStorage(long long sectors, std::optional<std::string> rom) {
+    sandbox::DeviceTree tree = sandbox::DeviceTree()
+                                       .File("/my_region/build.prop", "ro.zelva.pipeline.region=EU")
+                                       .File("/sys/block/sda/size", std::to_string(sectors));
+    if (rom) tree.File(kDeviceName, "ROM=" + *rom + "\nmarket=Zelva X\ntype=t");
+    return tree;
+}
+
+sandbox::Outcome RunMarketName(const sandbox::DeviceTree& tree,
+                               const PropertyMap& properties = {}) {
+    PropertyMap with_userdata = properties;
+    with_userdata["dev.mnt.blk.userdata"] = "sda";
+    return RunInDevice(tree, {.properties = with_userdata},
+                       [](sandbox::Context& ctx) { updateMarketName(ctx.sink()); });
+}
+
+constexpr long long k256GiB = 256LL << 21;  // in 512-byte sectors
+
+TEST(MarketNameTest, ConfidentialBuildPublishesNoMarketName) {
+    for (const auto& [confidential, published] :
+         std::vector<std::pair<std::string, bool>>{{"true", false}, {"TRUE", true}}) {
+        sandbox::Outcome outcome =
+                RunMarketName(DeviceWithStorage(k256GiB, "256"),
+                              {{"ro.version.softwareconfidential", confidential}});
+        ASSERT_DEVICE_RAN(outcome);
+        EXPECT_EQ(SentBatches(outcome),
+                  published ? std::vector{kMarketName} : std::vector<SentBatch>{})
+                << confidential;
+    }
+}
+
+TEST(MarketNameTest, MissingDeviceNameFileIsAnError) {
+    sandbox::Outcome outcome = RunMarketName(DeviceWithStorage(k256GiB, std::nullopt));
+    ASSERT_DEVICE_RAN(outcome);
+    EXPECT_THAT(SentBatches(outcome), IsEmpty());
+    EXPECT_THAT(LogRecords(outcome, {.min_severity = ERROR}),
+                ElementsAre(Error("there is no config file: " + kDeviceName)));
+}
+
+TEST(MarketNameTest, PublishedOnlyWhenStorageFallsInTheRangeOfTheRomClass) {
+    struct SizeClass {
+        int rom;
+        long long lowest_gib;
+        long long highest_gib;
+    };
+    for (const SizeClass& c : {SizeClass{.rom = 128, .lowest_gib = 79, .highest_gib = 177},
+                               SizeClass{.rom = 256, .lowest_gib = 207, .highest_gib = 305},
+                               SizeClass{.rom = 512, .lowest_gib = 413, .highest_gib = 611},
+                               SizeClass{.rom = 1024, .lowest_gib = 925, .highest_gib = 1024}}) {
+        // The last sector of a GiB still counts to it.
+        const long long first = c.lowest_gib << 21, end = (c.highest_gib + 1) << 21;
         for (const long long sectors : {first - 1, first, end - 1, end}) {
-            const bool sent = sectors >= first && sectors < end;
-            cases.push_back({"", std::to_string(rom), std::to_string(sectors), sent ? name : ""});
+            sandbox::Outcome outcome =
+                    RunMarketName(DeviceWithStorage(sectors, std::to_string(c.rom)));
+            ASSERT_DEVICE_RAN(outcome);
+            const bool in_range = sectors >= first && sectors < end;
+            EXPECT_EQ(SentBatches(outcome),
+                      in_range ? std::vector{kMarketName} : std::vector<SentBatch>{})
+                    << "ROM " << c.rom << " with " << sectors << " sectors";
         }
     }
-    const sandbox::DeviceTree tree = sandbox::DeviceTree().File(config, "").Dir("/sys/block/sda/")
-            .File("/my_region/build.prop", "ro.zelva.pipeline.region=EU");
-    ExpectCases(tree, cases, android::base::ERROR, [&](sandbox::Context& ctx, size_t i) {
-        hostplatform::SetProperty("dev.mnt.blk.userdata", "sda");
-        Put(config, cases[i][1] == "-" ? "-" : "ROM=" + cases[i][1] + "\nmarket=Zelva X\ntype=t");
-        Put("/sys/block/sda/size", cases[i][2]);
-        updateMarketName(ctx.sink());
-        return "";
-    });
 }
 
 }  // namespace

@@ -1,128 +1,197 @@
-// Switch key resolution as boots see it: what one boot writes to the reserve
-// and data stores is what the next boot reads.
+// Switch key resolution at boot: which keys a boot settles on, what it writes to the reserve
+// and data stores for the next boot, and what it hands to init.
 
-#include <sys/stat.h>
+#include <gmock/gmock.h>
 
-#include "persist_test_support.h"
+#include "switch_test_support.h"
 
 namespace zelva_test {
 namespace {
 
-const std::string kSsv = "/mnt/vendor/zelvareserve/system/ssv/";
-const std::string kData = "/data/system/customize/sim_switch/";
-const std::string kFirst = kSsv + "sim_switch_first_file", kK1 = "sys.sim.switch.first=K1";
-const std::string kConvert = kSsv + "sim_switch_convert_file", kQc = "ro.boot.qvcarrier=QC";
-const std::string kCfg = "/mnt/vendor/zelvareserve/system/flag/flashback.cfg";
-const std::string kSys = geteuid() == 0 ? " sys" : "";  // a file that root gave to system
+using sandbox::MountSetup;
+using testing::Contains;
+using testing::Pair;
+using testing::UnorderedElementsAre;
 
-// Slot 6 of a new object, which holds no keys, as on a boot; returns the content of each of
-// |files| ("-": missing; " sys" when system owns it), then the first, current and region keys
-// that the object holds.
-std::string Boot(sandbox::Context& ctx, const std::string& files) {
-    android::init::InitExtensionPropertyImpl o;
-    o.loadPersistOverrideProperties(ctx.sink());
-    std::string seen;
-    for (const std::string& path : android::base::Split(files, ",")) {
-        struct stat st = {};
-        std::string content = "-";
-        if (lstat(path.c_str(), &st) == 0) android::base::ReadFileToString(path, &content);
-        seen += content + (st.st_uid == 1000 && st.st_gid == 1000 ? " sys" : "") + "|";
+constexpr char kFlashbackConfig[] = "/mnt/vendor/zelvareserve/system/flag/flashback.cfg";
+constexpr char kNoneClear[] = "ro.none.clear.switch.first";
+const PropertyMap kMappedCarrier = {{"ro.boot.qvcarrier", "QC"}};
+const std::string kFirstLine = "sys.sim.switch.first=K1\n";
+const std::string kConvertLine = "sys.sim.switch.convert= true\n";
+
+// A device whose carrier QC maps to the first key K1, with a data partition; the flashback
+// company is set, so that the flashback default stays out of the batch.
+sandbox::DeviceTree KeyDevice() {
+    return sandbox::DeviceTree().File("/my_product/etc/nvmap.prop", "QC=K1\n").Dir(kDataDir);
+}
+const PropertyMap kFlashbackSet = {{"ro.sys.customize.flashback.company", "acme"}};
+
+// Slot 6 on a boot of |root| (a DeviceTree or a ScratchRoot kept between boots): the object
+// holds no keys yet, so it resolves them. The keys it settles on come back as the notes
+// "first", "current" and "region".
+template <typename Root>
+sandbox::Outcome Boot(const Root& root, PropertyMap props = {},
+                      std::vector<MountSetup> mounts = {}) {
+    return RunInDevice(root,
+                       [](sandbox::Context& ctx) {
+                           auto* impl = android::init::InitExtensionPropertyImpl::getInstance();
+                           impl->loadPersistOverrideProperties(ctx.sink());
+                           ctx.Note("first", impl->simSwitchFirstKey);
+                           ctx.Note("current", impl->simSwitchCurrentKey);
+                           ctx.Note("region", impl->regionSwitchKey);
+                       },
+                       {.properties = With(kFlashbackSet, props), .mounts = std::move(mounts)});
+}
+
+struct Keys {
+    std::string first, current, region;
+};
+
+auto KeysAre(const Keys& keys) {
+    return UnorderedElementsAre(Pair("first", keys.first), Pair("current", keys.current),
+                                Pair("region", keys.region));
+}
+
+TEST(KeyResolutionTest, EachBootSettlesItsKeysFromTheStoresAndProperties) {
+    const std::string first = "sys.sim.switch.first=", current = "sys.sim.switch.current=";
+    const std::string region = "sys.region.switch.first=";
+    const std::string payjoy = "persist.sys.payjoy.status_change";
+    const std::string removal = "persist.sys.remove.region.apk";
+    const std::string flashback = "ro.sys.customize.flashback.company";
+    const struct {
+        std::string behaviour;
+        std::map<std::string, std::string> files;  // laid out before the boot
+        PropertyMap props;
+        std::map<std::string, std::optional<FileState>> after;  // nullopt: absent
+        Keys keys;
+        std::vector<SentBatch> sent;
+        bool without_reserve_dir = false;
+    } boots[] = {
+            {.behaviour = "the old carrier is converted through the map, with both markers",
+             .props = With(kMappedCarrier, {{kNoneClear, "true"}}),
+             .after = {{kReserveFirst, KeyFile(kFirstLine)},
+                       {kReserveConvert, KeyFile(kConvertLine)},
+                       {kReserveNoneClear, KeyFile("1")}},
+             .keys = {.first = "K1"},
+             .sent = {Ordinary({{kNoneClear, "true"}, {"sys.sim.switch.first", "K1"}})},
+             .without_reserve_dir = true},
+            {.behaviour = "the none-clear marker needs the value true exactly",
+             .props = With(kMappedCarrier, {{kNoneClear, "TRUE"}}),
+             .after = {{kReserveFirst, KeyFile(kFirstLine)}, {kReserveNoneClear, std::nullopt}},
+             .keys = {.first = "K1"},
+             .sent = {Ordinary({{kNoneClear, "TRUE"}, {"sys.sim.switch.first", "K1"}})}},
+            {.behaviour = "the convert marker blocks the conversion for good",
+             .files = {{kReserveConvert, kConvertLine}},
+             .props = kMappedCarrier,
+             .after = {{kReserveFirst, std::nullopt}},
+             .sent = {Ordinary({{"sys.sim.switch.convert", "true"}})}},
+            {.behaviour = "a data copy of the first key blocks the conversion",
+             .files = {{kDataFirst, first + "KD\n"}},
+             .props = kMappedCarrier,
+             .after = {{kReserveFirst, std::nullopt}, {kReserveConvert, std::nullopt}},
+             .keys = {.first = "KD"},
+             .sent = {Ordinary({{"sys.sim.switch.first", "KD"}})}},
+            {.behaviour = "bare keys are rewritten as name=value lines",
+             .files = {{kReserveFirst, "K7"}, {kReserveCurrent, "C7"}, {kReserveRegion, "R7"}},
+             .after = {{kReserveFirst, KeyFile(first + "K7\n")},
+                       {kReserveCurrent, KeyFile(current + "C7\n")},
+                       {kReserveRegion, KeyFile(region + "R7\n")}},
+             .keys = {"K7", "C7", "R7"},
+             .sent = {Ordinary({{"sys.sim.switch.first", "K7"},
+                                {"sys.sim.switch.current", "C7"},
+                                {"sys.region.switch.first", "R7"}})}},
+            {.behaviour = "name=value keys are read and left as they are",
+             .files = {{kReserveFirst, first + "K7\n"},
+                       {kReserveCurrent, current + "C7\n"},
+                       {kReserveRegion, region + "R7\n"}},
+             .after = {{kReserveFirst, RootFile(first + "K7\n")},
+                       {kReserveCurrent, RootFile(current + "C7\n")},
+                       {kReserveRegion, RootFile(region + "R7\n")}},
+             .keys = {"K7", "C7", "R7"},
+             .sent = {Ordinary({{"sys.sim.switch.first", "K7"},
+                                {"sys.sim.switch.current", "C7"},
+                                {"sys.region.switch.first", "R7"}})}},
+            {.behaviour = "payjoy status 1 without an operator writes the SSV store",
+             .props = {{payjoy, "1"}},
+             .after = {{kReserveSsv, RootFile("sys.zelva.switch.operator=payjoy\n")}},
+             .sent = {Ordinary({{"sys.zelva.switch.operator", "payjoy"}})}},
+            {.behaviour = "any other payjoy status writes nothing",
+             .props = {{payjoy, "2"}},
+             .after = {{kReserveSsv, std::nullopt}}},
+            {.behaviour = "nor does status 1 with an operator",
+             .props = {{payjoy, "1"}, {"sys.zelva.switch.operator", "x"}},
+             .after = {{kReserveSsv, std::nullopt}}},
+            {.behaviour = "the removal property names the region key, kept in the data file",
+             .props = {{removal, "EU_X"}},
+             .after = {{kDataRegion, KeyFile(region + "EU_X\n")}},
+             .keys = {.region = "EU_X"},
+             .sent = {Ordinary({{"sys.region.switch.first", "EU_X"}})}},
+            {.behaviour = "the removal property gives way to a data region file",
+             .files = {{kDataRegion, region + "ED\n"}},
+             .props = {{removal, "EU_X"}},
+             .after = {{kDataRegion, RootFile(region + "ED\n")}},
+             .keys = {.region = "ED"},
+             .sent = {Ordinary({{"sys.region.switch.first", "ED"}})}},
+            {.behaviour = "and to a reserve region file",
+             .files = {{kReserveRegion, region + "R1\n"}},
+             .props = {{removal, "EU_X"}},
+             .after = {{kDataRegion, std::nullopt}},
+             .keys = {.region = "R1"},
+             .sent = {Ordinary({{"sys.region.switch.first", "R1"}})}},
+            {.behaviour = "the removal property false names no region",
+             .props = {{removal, "false"}},
+             .after = {{kDataRegion, std::nullopt}}},
+            {.behaviour = "the flashback company is invalid without configuration or property",
+             .props = {{flashback, ""}},
+             .sent = {Ordinary({{flashback, "invalid"}})}},
+            {.behaviour = "the flashback configuration is loaded",
+             .files = {{kFlashbackConfig, flashback + "=cfg\n"}},
+             .sent = {Ordinary({{flashback, "cfg"}})}},
+    };
+    for (const auto& boot : boots) {
+        SCOPED_TRACE(boot.behaviour);
+        sandbox::DeviceTree tree = KeyDevice();
+        if (!boot.without_reserve_dir) tree.Dir(kReserveDir);
+        for (const auto& [path, content] : boot.files) tree.File(path, content, 0600);
+        sandbox::Outcome o = Boot(tree, boot.props);
+        ASSERT_DEVICE_RAN(o);
+        for (const auto& [path, state] : boot.after) EXPECT_EQ(FileAt(o, path), state) << path;
+        EXPECT_THAT(o.notes, KeysAre(boot.keys));
+        EXPECT_EQ(SentBatches(o), boot.sent);
     }
-    return seen + o.simSwitchFirstKey + "," + o.simSwitchCurrentKey + "," + o.regionSwitchKey;
 }
 
-// What the boot of |step| returned and sent, and the messages of conversions and of the
-// reserve directory.
-std::string Shown(const sandbox::Outcome& o, const std::string& step) {
-    std::string seen = Seen(o, step);
-    for (const sandbox::LogRecord& r : o.logs)
-        for (const char* start : {"Convert", "there is no ssv", "create ssv"})
-            if (r.step == step && android::base::StartsWith(r.message, start))
-                seen += "|" + r.message;
-    return seen;
-}
-
-// One boot after the other in one device, each with its properties and, first, its edits of
-// the files ("path=content,...", as Put).
-TEST(KeyResolutionTest, KeysAcrossBoots) {
-    const std::string none = kSsv + "first_switch_none_clear", ssv = kSsv + "sim_action_file";
-    const std::string cur = kSsv + "sim_switch_current_file", region = kSsv + "region_switch_file";
-    const std::string first = kFirst + "," + kConvert + "," + none, c = "sys.sim.switch.convert=";
-    const std::string legacy = kFirst + "," + cur + "," + region, k = "sys.region.switch.first=";
-    const std::string data = kData + "region_switch_file", op = "sys.zelva.switch.operator=payjoy";
-    const std::string pay = "persist.sys.payjoy.status_change=", clr = "ro.none.clear.switch.first";
-    const std::string removal = "persist.sys.remove.region.apk=";
-    const std::string fb = "ro.sys.customize.flashback.company=";
-    const std::string marks = c + " true\n" + kSys + "|1" + kSys + "|";  // both, as written
-    const std::string keys7 = "sys.sim.switch.first=K7\n" + kSys + "|sys.sim.switch.current=C7\n" +
-                              kSys + "|" + k + "R7\n" + kSys + "|K7,C7,R7[0 " + k + "R7 " + c +
-                              "true sys.sim.switch.current=C7 sys.sim.switch.first=K7]";
-    // Properties, edits, the files shown, then what the boot returned, sent and said.
-    const Table boots = {
-            // The old scheme is converted once, through the map, with the reserve directory
-            // made: the first key and both markers written, and the key read back.
-            {kQc + "," + clr + "=true", "", first, kK1 + "\n" + kSys + "|" + marks + "K1,,[0 " +
-                     clr + "=true " + kK1 + "]|there is no ssv dir|create ssv dir: " + kSsv},
-            // Converted for good: a lost first file is not derived again.
-            {kQc + "," + clr + "=true", kFirst + "=-", first,
-             "-|" + marks + ",,[0 " + clr + "=true " + c + "true]"},
-            // A data copy of the first key blocks the conversion too.
-            {kQc, kConvert + "=-," + kData + "sim_switch_first_file=" + kK1 + "D", kConvert,
-             "-|K1D,,[0 " + kK1 + "D]"},
-            // Converted again without it, but the none-clear marker needs exactly "true".
-            {kQc + "," + clr + "=TRUE", kData + "sim_switch_first_file=-," + none + "=-", none,
-             "-|K1,,[0 " + clr + "=TRUE " + kK1 + "]"},
-            // Bare keys are rewritten once into name=value.
-            {"", kFirst + "=K7," + cur + "=C7," + region + "=R7", legacy, keys7 +
-             "|Convert tmp_first_key to SIM_SWITCH_FIRST_PROPERTY|Convert tmp_current_key to "
-             "SIM_SWITCH_CURRENT_PROPERTY|Convert tmp_region_key to REGION_SWITCH_PROPERTY"},
-            {"", "", legacy, keys7},
-            // The payjoy status writes the SSV store, only as "1" and without an operator.
-            {pay + "1", kFirst + "=-," + cur + "=-," + region + "=-," + kConvert + "=-", ssv,
-             op + "\n|,,[0 " + op + "]"},
-            {pay + "2", ssv + "=-", ssv, "-|,,"},
-            {pay + "1,sys.zelva.switch.operator=x", "", ssv, "-|,,"},
-            // Without a region file the removal property names the key, kept in the data file.
-            {removal + "EU_X", "", data, k + "EU_X\n" + kSys + "|,,EU_X[0 " + k + "EU_X]"},
-            {removal + "EU_X", data + "=" + k + "ED", data, k + "ED|,,ED[0 " + k + "ED]"},
-            {removal + "false", data + "=-", data, "-|,,"},
-            {removal + "EU_X", region + "=" + k + "R1", data, "-|,,R1[0 " + k + "R1]"},
-            // Flashback: "invalid" without flashback.cfg and without the property.
-            {"", region + "=-," + kCfg + "=-", kCfg, "-|,,[0 " + fb + "invalid]"},
-            {fb + "acme", "", kCfg, "-|,,"},
-            {"", kCfg + "=" + fb + "cfg", kCfg, fb + "cfg|,,[0 " + fb + "cfg]"}};
-    sandbox::Outcome outcome = RunCases(
-            sandbox::DeviceTree().File("/my_product/etc/nvmap.prop", "QC=K1\n").Dir(kData)
-                    .File(kCfg, ""),
-            boots, [&](sandbox::Context& ctx, size_t i) {
-                for (const auto& [path, content] : Props(boots[i][1])) Put(path, content);
-                return Boot(ctx, boots[i][2]);
-            });
-    ASSERT_DEVICE_RAN(outcome);
-    for (size_t i = 0; i < boots.size(); ++i)
-        EXPECT_EQ(Shown(outcome, std::to_string(i)), boots[i][3]) << i;
-}
-
-// A failed conversion write, on a read-only or a full reserve, leaves nothing behind, so the
-// next boot tries again. (What it logs is checked with the faults.)
-TEST(KeyResolutionTest, FailedConversionRetriedNextBoot) {
-    for (const bool full : {false, true}) {
+// A write that fails, on a read-only or a full reserve, leaves neither an empty first file
+// nor a marker, and loses none of the call's later batches: the next boot tries again.
+TEST(KeyResolutionTest, FailedConversionWriteLeavesNoMarkerAndIsRetriedNextBoot) {
+    const PropertyMap seed = With(kSpecialSeed, kMappedCarrier);
+    const struct {
+        MountSetup reserve;
         std::string error;
-        auto root = sandbox::ScratchRoot::Create(
-                sandbox::DeviceTree().File("/my_product/etc/nvmap.prop", "QC=K1").Dir(kSsv)
-                        .File(kCfg, ""), &error);
+    } faults[] = {
+            {{MountSetup::Kind::kReadOnly, "/mnt/vendor/zelvareserve"},
+             "open() failed: Read-only file system"},
+            {{MountSetup::Kind::kTmpfs, "/mnt/vendor/zelvareserve", 64 << 10, /*fill=*/true},
+             "Unable to write file contents: No space left on device"},
+    };
+    for (const auto& fault : faults) {
+        SCOPED_TRACE(fault.error);
+        std::string error;
+        auto root = sandbox::ScratchRoot::Create(KeyDevice().Dir(kReserveDir), &error);
         ASSERT_TRUE(root) << error;
-        auto boot = [](sandbox::Context& ctx) { ctx.Note("", Boot(ctx, kFirst + "," + kConvert)); };
-        const sandbox::MountSetup reserve = {full ? sandbox::MountSetup::Kind::kTmpfs
-                                                  : sandbox::MountSetup::Kind::kReadOnly,
-                                             "/mnt/vendor/zelvareserve", 65536, full};
-        sandbox::Outcome o = RunInDevice(*root, boot, {Props(kQc), {reserve}});
-        ASSERT_DEVICE_RAN(o);
-        EXPECT_EQ(Shown(o, ""), "-|-|,,");
-        o = RunInDevice(*root, boot, {Props(kQc), {}});
-        ASSERT_DEVICE_RAN(o);
-        EXPECT_EQ(Shown(o, ""), kK1 + "\n" + kSys + "|sys.sim.switch.convert= true\n" + kSys +
-                                        "|K1,,[0 " + kK1 + "]");
+        sandbox::Outcome failed = Boot(*root, seed, {fault.reserve});
+        ASSERT_DEVICE_RAN(failed);
+        EXPECT_THAT(LogRecords(failed),
+                    Contains(Error("Unable to write sim_action_first_file " + fault.error)));
+        EXPECT_FALSE(failed.Exists(kReserveFirst) || failed.Exists(kReserveConvert));
+        EXPECT_THAT(failed.notes, KeysAre({}));
+        EXPECT_EQ(SentBatches(failed).back(), kSpecialBatch);
+
+        sandbox::Outcome next = Boot(*root, seed);
+        ASSERT_DEVICE_RAN(next);
+        EXPECT_EQ(FileAt(next, kReserveFirst), KeyFile(kFirstLine));
+        EXPECT_EQ(FileAt(next, kReserveConvert), KeyFile(kConvertLine));
+        EXPECT_THAT(next.notes, KeysAre({.first = "K1"}));
     }
 }
 

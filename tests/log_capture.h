@@ -1,9 +1,8 @@
-// Captures libbase log records in the test process, and compares tables of results. Needs no
-// sandbox, so the tests that use only this also build for a device.
+// Captures libbase log records in the test process. Needs no sandbox, so the tests that use
+// only this also build for a device.
 #pragma once
 
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <android-base/logging.h>
@@ -40,22 +39,10 @@ class LogCapture {
         }
         return messages;
     }
-    bool Has(android::base::LogSeverity severity, const std::string& message) const {
-        for (const std::string& line : Messages(severity)) {
-            if (line == message) return true;
-        }
-        return false;
-    }
-    void Clear() { lines_.clear(); }
 
   private:
     std::vector<LogLine> lines_;
     android::base::LogSeverity previous_min_;
 };
-
-// Expects each result (first, evaluated in order) to equal the one expected (second).
-inline void Check(const std::vector<std::pair<std::string, std::string>>& cases) {
-    for (size_t i = 0; i < cases.size(); ++i) EXPECT_EQ(cases[i].first, cases[i].second) << i;
-}
 
 }  // namespace zelva_test

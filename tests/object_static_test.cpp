@@ -1,45 +1,101 @@
 // The object of the static build and the customization directory lists.
 
+#include <gmock/gmock.h>
+
 #include "persist_test_support.h"
 
 namespace zelva_test {
 namespace {
 
-using android::base::Join;
-using android::base::StringReplace;
+using android::init::CustDirList;
+using android::init::InitExtensionPropertyImpl;
+using android::init::PriorityDirList;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
 
-TEST(ObjectStaticTest, OneObjectAndListsBuiltOnceFromBrandAndRegion) {
-    // Every partition under /mnt/vendor, then at /, after /odm; "@" stands for the brand letter,
-    // "#" for the SKU region.
-    const std::string dirs = " preload wisp stock region/global region/global/@ product region "
-                             "region/@ product/cust/# carrier carrier/cust bigball engineering "
-                             "manifest company product/special";
-    const std::string list = "/odm" + StringReplace(dirs, " ", " /mnt/vendor/my_", true) +
-                             StringReplace(dirs, " ", " /my_", true);
-    // The brand, the region in /my_region and in /mnt/vendor/my_region ("-": no file), then the
-    // brand letter and the SKU region.
-    for (const auto& c : Table{{"ALDER", "EU", "-", "A", "EU"}, {"birch", "EU", "IN", "B", "EU"},
-                               {"CeDaR", "", "IN", "C", "IN"}, {"alder x", "-", "-", "", ""}}) {
-        const std::string region = "ro.zelva.pipeline.region=";
+// /odm, then every partition at its early mount point under /mnt/vendor, then at its final
+// one; later directories' properties win.
+std::vector<std::string> CustDirs(const std::string& letter, const std::string& region) {
+    std::vector<std::string> dirs = {"/odm"};
+    for (const std::string mount : {"/mnt/vendor", ""}) {
+        for (const std::string& dir : std::vector<std::string>{
+                     "/my_preload", "/my_wisp", "/my_stock", "/my_region/global",
+                     "/my_region/global/" + letter, "/my_product", "/my_region",
+                     "/my_region/" + letter, "/my_product/cust/" + region, "/my_carrier",
+                     "/my_carrier/cust", "/my_bigball", "/my_engineering", "/my_manifest",
+                     "/my_company", "/my_product/special"}) {
+            dirs.push_back(mount + dir);
+        }
+    }
+    return dirs;
+}
+
+// Shows both lists as they stand, as the notes "cust" and "priority" (one entry a line).
+void NoteLists(sandbox::Context& ctx) {
+    ctx.Note("cust", android::base::Join(CustDirList(), "\n"));
+    ctx.Note("priority", android::base::Join(PriorityDirList(), "\n"));
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+    return android::base::Split(text, "\n");
+}
+
+TEST(DirectoryListTest, BrandLetterAndSkuRegionNameTheirDirectories) {
+    const std::string region = "ro.zelva.pipeline.region=";
+    struct Row {
+        std::string brand;
+        std::optional<std::string> region_file;         // /my_region/build.prop
+        std::optional<std::string> vendor_region_file;  // /mnt/vendor/my_region/build.prop
+        std::string letter;
+        std::string sku_region;
+    };
+    const std::optional<std::string> none;
+    const std::vector<Row> rows = {{"ALDER", region + "EU", none, "A", "EU"},
+                                   {"birch", region + "EU", region + "IN", "B", "EU"},
+                                   // An empty region in /my_region counts as none.
+                                   {"CeDaR", region, region + "IN", "C", "IN"},
+                                   {"alder x", none, none, "", ""}};
+    for (const Row& row : rows) {
         sandbox::DeviceTree tree;
-        tree.File("/system_ext/etc/build.prop", "ro.zelva.image.system_ext.brand=" + c[0]);
-        if (c[1] != "-") tree.File("/my_region/build.prop", region + c[1]);
-        if (c[2] != "-") tree.File("/mnt/vendor/my_region/build.prop", region + c[2]);
+        tree.File("/system_ext/etc/build.prop", "ro.zelva.image.system_ext.brand=" + row.brand);
+        if (row.region_file) tree.File("/my_region/build.prop", *row.region_file);
+        if (row.vendor_region_file)
+            tree.File("/mnt/vendor/my_region/build.prop", *row.vendor_region_file);
         sandbox::Outcome outcome = RunInDevice(tree, [](sandbox::Context& ctx) {
-            auto* first = QRAV_FETCH_IInitExtensionProperty("first");
-            const bool same = first == QRAV_FETCH_IInitExtensionProperty("2nd") && first == Obj();
-            android::init::InitExtensionPropertyImpl o;  // builds the lists once more
-            // One object, which keeps the second name; a new one's strings, all empty; the lists.
-            ctx.Note("", std::string(same ? "same " : "") + Obj()->libName + "|" + o.libName +
-                    o.regionSwitchKey + o.simSwitchFirstKey + o.simSwitchCurrentKey +
-                    o.switchCarrierChannelKey + o.spareKey + o.nvOldFlag + o.nvOldKey +
-                    o.ssvOldKey + "|" + Join(android::init::CustDirList(), " ") + "|" +
-                    Join(android::init::PriorityDirList(), " "));
+            Obj();
+            NoteLists(ctx);
         });
         ASSERT_DEVICE_RAN(outcome);
-        const auto pasted = StringReplace(StringReplace(list, "@", c[3], true), "#", c[4], true);
-        EXPECT_EQ(outcome.notes[""], "same 2nd||" + pasted + "|/my_carrier /my_company") << c[0];
+        EXPECT_THAT(Lines(outcome.notes["cust"]),
+                    ElementsAreArray(CustDirs(row.letter, row.sku_region)))
+                << row.brand;
+        EXPECT_THAT(Lines(outcome.notes["priority"]), ElementsAre("/my_carrier", "/my_company"));
     }
+}
+
+TEST(DirectoryListTest, ListsAreBuiltOnlyByTheFirstObject) {
+    const sandbox::DeviceTree tree = sandbox::DeviceTree().File(
+            "/system_ext/etc/build.prop", "ro.zelva.image.system_ext.brand=alder");
+    sandbox::Outcome outcome = RunInDevice(tree, [](sandbox::Context& ctx) {
+        Obj();
+        android::base::WriteStringToFile("ro.zelva.image.system_ext.brand=birch",
+                                         "/system_ext/etc/build.prop");
+        InitExtensionPropertyImpl another;
+        NoteLists(ctx);
+    });
+    ASSERT_DEVICE_RAN(outcome);
+    EXPECT_THAT(Lines(outcome.notes["cust"]), ElementsAreArray(CustDirs("A", "")));
+}
+
+TEST(ObjectTest, FactoryGivesTheOneObjectWhichKeepsTheLastLibraryName) {
+    sandbox::Outcome outcome = RunInDevice(sandbox::DeviceTree(), [](sandbox::Context& ctx) {
+        auto* first = QRAV_FETCH_IInitExtensionProperty("first");
+        auto* second = QRAV_FETCH_IInitExtensionProperty("2nd");
+        ctx.Note("same object", first == second && first == Obj() ? "yes" : "no");
+        ctx.Note("name", Obj()->libName);
+    });
+    ASSERT_DEVICE_RAN(outcome);
+    EXPECT_EQ(outcome.notes, (PropertyMap{{"same object", "yes"}, {"name", "2nd"}}));
 }
 
 }  // namespace

@@ -1,88 +1,176 @@
-// Properties of the customization partitions and the property sets that the
-// switch keys select inside one partition.
+// Properties of the customization partitions and the property sets that the switch keys
+// select inside one partition.
+
+#include <gmock/gmock.h>
 
 #include "persist_test_support.h"
 
 namespace zelva_test {
 namespace {
 
-TEST(PartitionTest, BuildPropsDirectoryWalkKeySetsAndVersionRule) {
-    // The six key sets in the order they are read. Each key is its set's name, and each set
-    // sets k to that name and the name to 1.
-    const std::vector<std::string> sets = {"nv", "ssv", "SimSwitchCurrentTime",
-            "SimSwitchFirstTime", "switchCarrierChannel", "regionSwitch"};
-    sandbox::DeviceTree tree;
-    for (const std::string& set : sets)
-        tree.File("/p/properties/" + set + "/" + set + "/a.prop", "k=" + set + "\n" + set + "=1\n");
-    // build.prop files of listed partitions, in list order, and the carrier's type; the NV and
-    // SSV sets, one that the parser refuses (a link), what the sets of empty keys would name,
-    // and a directory to walk.
-    tree.File("/odm/build.prop", "a=odm\nb=odm").File("/mnt/vendor/my_product/build.prop", "a=v")
-            .File("/my_company/build.prop", "a=company").File("/p/etc/build.nv.prop", "k=nv\nnv=1")
-            .File("/my_carrier/build.prop", "ro.zelva.image.my_carrier.type=Empty")
-            .File("/p/etc/build.ssv.prop", "k=ssv\nssv=1").File("/p/etc/build..prop", "e=1")
-            .Symlink("/p/etc/build.lnk.prop", "/p/etc/build.nv.prop").File("/d/b.prop", "b=1")
-            .File("/p/properties/regionSwitch/a.prop", "e=1").File("/d/.prop", "dot=1")
-            .File("/d/x.prop.bak", "bak=1").File("/d/d.PROP", "upper=1")
-            .File("/d/a.prop/inner.prop", "n=1").Symlink("/d/link.prop", "/d/b.prop");
-    sandbox::Outcome outcome = RunInDevice(tree, [&](sandbox::Context& ctx) {
-        auto* o = Obj();
-        PropertyMap map{{"a", "host"}};
-        ctx.SetStep("list");  // every build.prop into the host's map, in list order
-        o->loadExtensionPartitionProperties(&map);
-        ctx.sink()(0, map);
-        // The rule on maps of its own: "+" where ro.zelva.cust.ver=1 is added, "=" where nothing
-        // changes; then on the host's map when no build.prop loads at all.
-        ctx.SetStep("rule");
-        const std::string t = "ro.zelva.image.my_carrier.type=", v = ",ro.zelva.cust.ver=";
-        std::string rule;
-        for (const std::string& in : {t + "empty ", t + "empty", t + "full" + v, v + "7"}) {
-            o->modifyComponentPriorityIfNeed(&(map = Props(in)));
-            rule += map == Props(in) ? "=" : map == Props(in + v + "1") ? "+" : "?";
-        }
-        for (const std::string& dir : android::init::CustDirList())
-            unlink((dir + "/build.prop").c_str());
-        map = Props(t + "full");
-        o->loadExtensionPartitionProperties(&map);
-        ctx.Note("rule", rule + (map == Props(t + "full" + v + "1") ? "+" : "?"));
-        // Only the .prop files of a directory itself, a link among them tried; then the sets
-        // of no key, then of keys 0 to i: set i decides k, and i + 1 sets load; then NV and SSV
-        // files that exist but can't be read, and one that doesn't exist.
-        ctx.SetStep("sets");
-        map.clear();
-        for (const char* dir : {"/d", "/missing"}) o->loadPropertiesFromDir(dir, &map);
-        ctx.sink()(0, map);
-        const std::vector<std::string*> keys = {
-                &o->nvOldKey, &o->ssvOldKey, &o->simSwitchCurrentKey, &o->simSwitchFirstKey,
-                &o->switchCarrierChannelKey, &o->regionSwitchKey};
-        for (size_t i = 0; i <= keys.size(); ++i) {
-            if (i > 0) *keys[i - 1] = sets[i - 1];
-            map.clear();
-            o->loadExtensionPartitionSimswitchProperties("/p", &map);
-            ctx.sink()(0, {{map["k"], std::to_string(map.size() - 1)}});
-        }
-        o->nvOldKey = o->ssvOldKey = "lnk";
-        o->loadExtensionPartitionSimswitchProperties("/p", &map);
-        o->nvOldKey = "gone";
-        o->loadExtensionPartitionSimswitchProperties("/p", &map);
+using android::base::ERROR;
+using android::base::WARNING;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+const std::string kCarrierType = "ro.zelva.image.my_carrier.type";
+const std::string kCustVersion = "ro.zelva.cust.ver";
+
+TEST(PartitionTest, BuildPropsOfListedDirectoriesLoadInListOrderIntoHostsMap) {
+    const sandbox::DeviceTree tree = sandbox::DeviceTree()
+                                             .File("/odm/build.prop", "a=odm\nb=odm")
+                                             .File("/mnt/vendor/my_product/build.prop", "a=v")
+                                             .File("/my_company/build.prop", "a=company");
+    sandbox::Outcome outcome = RunInDevice(tree, [](sandbox::Context& ctx) {
+        PropertyMap map = {{"a", "host"}};
+        Obj()->loadExtensionPartitionProperties(&map);
+        ShowMap(ctx, "loaded", map);
     });
     ASSERT_DEVICE_RAN(outcome);
-    std::string list = Seen(outcome, "list");  // and what the WARNINGs say was overridden
-    for (const sandbox::LogRecord& r : outcome.logs)
-        if (r.step == "list" && android::base::StartsWith(r.message, "Overriding"))
-            list += "|" + r.message.substr(35);
-    EXPECT_EQ(list, "[0 a=company b=odm ro.zelva.cust.ver=1 ro.zelva.image.my_carrier.type=Empty]"
-                    "|'a':'host' with new value 'odm'|'a':'odm' with new value 'v'"
-                    "|'a':'v' with new value 'company'");
-    EXPECT_EQ(Seen(outcome, "rule"), "+===+");
-    // As for every listed directory, when no build.prop loads:
-    EXPECT_TRUE(outcome.HasLog(android::base::ERROR,
-                               "partition property load failed:/odm/build.prop"));
+    EXPECT_EQ(ShownMap(outcome, "loaded"), (PropertyMap{{"a", "company"}, {"b", "odm"}}));
+    const std::string overriding = "Overriding previous 'ro.' property 'a':";
+    EXPECT_THAT(LogRecords(outcome, {.min_severity = WARNING, .parser = true}),
+                testing::IsSupersetOf(
+                        {Warning(overriding + "'host' with new value 'odm'"),
+                         Warning(overriding + "'odm' with new value 'v'"),
+                         Warning(overriding + "'v' with new value 'company'"),
+                         Error("partition property load failed:/my_carrier/build.prop")}));
+}
+
+TEST(PartitionTest, RealCarrierImageMarksCustomizationVersionUnlessAPartitionSetIt) {
+    struct Row {
+        std::string name;
+        PropertyMap props;
+        bool marked;
+    };
+    const std::vector<Row> rows = {
+            {"empty image", {{kCarrierType, "empty"}}, false},
+            {"type compared as it stands", {{kCarrierType, "empty "}}, true},
+            {"type compared case-sensitively", {{kCarrierType, "Empty"}}, true},
+            {"version set, even empty", {{kCarrierType, "full"}, {kCustVersion, ""}}, false},
+            {"no carrier type", {{kCustVersion, "7"}}, false}};
+    sandbox::Outcome outcome = RunInDevice(sandbox::DeviceTree(), [&](sandbox::Context& ctx) {
+        for (const Row& row : rows) {
+            PropertyMap map = row.props;
+            Obj()->modifyComponentPriorityIfNeed(&map);
+            ShowMap(ctx, row.name, map);
+        }
+    });
+    ASSERT_DEVICE_RAN(outcome);
+    for (const Row& row : rows) {
+        PropertyMap expected = row.props;
+        if (row.marked) expected[kCustVersion] = "1";
+        EXPECT_EQ(ShownMap(outcome, row.name), expected) << row.name;
+    }
+}
+
+TEST(PartitionTest, CustomizationVersionIsMarkedAfterTheWalkEvenWhenNoBuildPropLoads) {
+    const sandbox::DeviceTree tree =
+            sandbox::DeviceTree().File("/my_carrier/build.prop", kCarrierType + "=full\n");
+    sandbox::Outcome outcome = RunInDevice(tree, [](sandbox::Context& ctx) {
+        PropertyMap walked, nothing_loaded = {{kCarrierType, "full"}};
+        Obj()->loadExtensionPartitionProperties(&walked);
+        unlink("/my_carrier/build.prop");
+        Obj()->loadExtensionPartitionProperties(&nothing_loaded);
+        ShowMap(ctx, "walked", walked);
+        ShowMap(ctx, "nothing loaded", nothing_loaded);
+    });
+    ASSERT_DEVICE_RAN(outcome);
+    const PropertyMap marked = {{kCarrierType, "full"}, {kCustVersion, "1"}};
+    EXPECT_EQ(ShownMap(outcome, "walked"), marked);
+    EXPECT_EQ(ShownMap(outcome, "nothing loaded"), marked);
+}
+
+TEST(PartitionTest, DirectoryLoadsOnlyItsOwnDotPropFiles) {
+    const sandbox::DeviceTree tree = sandbox::DeviceTree()
+                                             .File("/d/b.prop", "b=1")
+                                             .File("/d/.prop", "dot=1")
+                                             .File("/d/x.prop.bak", "bak=1")
+                                             .File("/d/d.PROP", "upper=1")
+                                             .File("/d/a.prop/inner.prop", "inner=1")
+                                             .Symlink("/d/link.prop", "/d/b.prop");
+    sandbox::Outcome outcome = RunInDevice(tree, [](sandbox::Context& ctx) {
+        PropertyMap map;
+        ctx.SetStep("load");
+        Obj()->loadPropertiesFromDir("/d", &map);
+        Obj()->loadPropertiesFromDir("/missing", &map);
+        ShowMap(ctx, "loaded", map);
+    });
+    ASSERT_DEVICE_RAN(outcome);
+    EXPECT_EQ(ShownMap(outcome, "loaded"), (PropertyMap{{"b", "1"}, {"dot", "1"}}));
+    // The link is tried, and the parser refuses it.
+    EXPECT_THAT(LogRecords(outcome, {.step = "load", .min_severity = ERROR}),
+                ElementsAre(Error("property load failed:/d/link.prop")));
+}
+
+// The six key sets in the order they load; each set's key is its own name.
+const std::vector<std::string> kSets = {
+        "nv",          "ssv", "SimSwitchCurrentTime", "SimSwitchFirstTime", "switchCarrierChannel",
+        "regionSwitch"};
+
+// A partition /p where every set holds k=<set> and <set>=1; the NV and SSV sets are files of
+// etc/, the others directories of properties/. What an empty key would name holds e=1.
+sandbox::DeviceTree PartitionWithEverySet() {
+    sandbox::DeviceTree tree;
+    for (const std::string& set : kSets) {
+        tree.File("/p/properties/" + set + "/" + set + "/a.prop", "k=" + set + "\n" + set + "=1\n");
+    }
+    return tree.File("/p/etc/build.nv.prop", "k=nv\nnv=1")
+            .File("/p/etc/build.ssv.prop", "k=ssv\nssv=1")
+            .File("/p/etc/build..prop", "e=1")
+            .File("/p/properties/regionSwitch/a.prop", "e=1");
+}
+
+// The object's keys in the order of kSets.
+std::vector<std::string*> KeysOf(android::init::InitExtensionPropertyImpl* o) {
+    return {&o->nvOldKey,
+            &o->ssvOldKey,
+            &o->simSwitchCurrentKey,
+            &o->simSwitchFirstKey,
+            &o->switchCarrierChannelKey,
+            &o->regionSwitchKey};
+}
+
+TEST(PartitionTest, EachKeyLoadsItsSetInFixedOrderSoALaterSetWins) {
+    sandbox::Outcome outcome = RunInDevice(PartitionWithEverySet(), [](sandbox::Context& ctx) {
+        // No key first, then the keys of the first n sets.
+        for (size_t n = 0; n <= kSets.size(); ++n) {
+            if (n > 0) *KeysOf(Obj())[n - 1] = kSets[n - 1];
+            PropertyMap map;
+            Obj()->loadExtensionPartitionSimswitchProperties("/p", &map);
+            ShowMap(ctx, std::to_string(n), map);
+        }
+    });
+    ASSERT_DEVICE_RAN(outcome);
+    EXPECT_EQ(ShownMap(outcome, "0"), PropertyMap{});
+    PropertyMap expected;
+    for (size_t n = 1; n <= kSets.size(); ++n) {
+        expected["k"] = kSets[n - 1];
+        expected[kSets[n - 1]] = "1";
+        EXPECT_EQ(ShownMap(outcome, std::to_string(n)), expected) << "keys of " << n << " sets";
+    }
+}
+
+TEST(PartitionTest, UnreadableNvOrSsvFileIsAnErrorButAbsentOneIsSkipped) {
+    const sandbox::DeviceTree tree =
+            PartitionWithEverySet().Symlink("/p/etc/build.lnk.prop", "/p/etc/build.nv.prop");
+    sandbox::Outcome outcome = RunInDevice(tree, [](sandbox::Context& ctx) {
+        PropertyMap map;
+        ctx.SetStep("unreadable");
+        Obj()->nvOldKey = Obj()->ssvOldKey = "lnk";
+        Obj()->loadExtensionPartitionSimswitchProperties("/p", &map);
+        ctx.SetStep("nv absent");
+        Obj()->nvOldKey = "gone";
+        Obj()->loadExtensionPartitionSimswitchProperties("/p", &map);
+        ShowMap(ctx, "loaded", map);
+    });
+    ASSERT_DEVICE_RAN(outcome);
+    EXPECT_EQ(ShownMap(outcome, "loaded"), PropertyMap{});
     const std::string failed = " old property load failed:/p/etc/build.lnk.prop";
-    EXPECT_EQ(Seen(outcome, "sets", android::base::ERROR),
-              "[0 b=1 dot=1][0 =0][0 nv=1][0 ssv=2][0 SimSwitchCurrentTime=3]"
-              "[0 SimSwitchFirstTime=4][0 switchCarrierChannel=5][0 regionSwitch=6]"
-              "|property load failed:/d/link.prop|nv" + failed + "|ssv" + failed + "|ssv" + failed);
+    EXPECT_THAT(LogRecords(outcome, {.step = "unreadable", .min_severity = ERROR}),
+                ElementsAre(Error("nv" + failed), Error("ssv" + failed)));
+    EXPECT_THAT(LogRecords(outcome, {.step = "nv absent", .min_severity = ERROR}),
+                ElementsAre(Error("ssv" + failed)));
 }
 
 }  // namespace

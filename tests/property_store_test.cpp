@@ -18,9 +18,77 @@ namespace zelva_test {
 
 using namespace android::base;
 
-static std::string CutilsGet(const char* name, const char* default_value = "dflt") {
+static std::string CutilsGet(const char* name, const char* default_value = "default") {
     char value[PROPERTY_VALUE_MAX];
-    return property_get(name, value, default_value) >= 0 ? value : "?";
+    return property_get(name, value, default_value) >= 0 ? value : "(failed)";
+}
+
+TEST(PropertyStoreTest, ValueSetThroughEitherApiIsSeenThroughTheOtherAndByTheLibrary) {
+    ASSERT_EQ(property_set("test.zelva.cutils", "set by cutils"), 0);
+    ASSERT_TRUE(SetProperty("test.zelva.libbase", "set by libbase"));
+    EXPECT_EQ(GetProperty("test.zelva.cutils", ""), "set by cutils");
+    EXPECT_EQ(CutilsGet("test.zelva.libbase"), "set by libbase");
+    EXPECT_EQ(ExpandProps("${test.zelva.cutils}").value_or("(failed)"), "set by cutils");
+}
+
+TEST(PropertyStoreTest, EmptyValueClearsAndReadsThenGiveTheirDefault) {
+    ASSERT_TRUE(SetProperty("test.zelva.cleared", "v"));
+    EXPECT_EQ(property_set("test.zelva.cleared", ""), 0);
+    EXPECT_EQ(CutilsGet("test.zelva.cleared"), "default");
+    EXPECT_EQ(CutilsGet("test.zelva.cleared", nullptr), "");
+    EXPECT_EQ(GetProperty("test.zelva.cleared", "unset"), "unset");
+}
+
+TEST(PropertyStoreTest, ValueOf92BytesOrMoreIsRefusedOutsideRo) {
+    const std::string v91(91, 'a'), v92(92, 'b');
+    EXPECT_EQ(property_set("test.zelva.long", v91.c_str()), 0);
+    EXPECT_EQ(property_set("test.zelva.long", v92.c_str()), -1);
+    EXPECT_FALSE(SetProperty("test.zelva.long", v92));
+    EXPECT_EQ(CutilsGet("test.zelva.long"), v91);
+}
+
+// In the device: an "ro." name set here would outlive the test on a real one.
+TEST(PropertyStoreTest, RoValueOfAnyLengthIsKeptButCutilsReadsAtMost91Bytes) {
+    const std::string v300(300, 'a');
+    sandbox::Outcome outcome = RunInDevice(sandbox::DeviceTree(), [&](sandbox::Context& ctx) {
+        // Only "ro." exempts: "roz" is limited.
+        ctx.Note("roz", SetProperty("roz", std::string(92, 'b')) ? "set" : "refused");
+        ctx.Note("ro.z", SetProperty("ro.z", v300) ? GetProperty("ro.z", "") : "refused");
+        std::string buffer(PROPERTY_VALUE_MAX + 1, 'z');  // one byte more than cutils may fill
+        ctx.Note("length", std::to_string(property_get("ro.z", buffer.data(), "")));
+        ctx.Note("buffer", buffer);
+        ctx.Note("default", CutilsGet("ro.unset", v300.c_str()));
+    });
+    ASSERT_DEVICE_RAN(outcome);
+    const std::string v91(91, 'a');
+    EXPECT_EQ(outcome.notes, (PropertyMap{{"roz", "refused"},
+                                          {"ro.z", v300},
+                                          {"length", "91"},
+                                          {"buffer", v91 + '\0' + 'z'},
+                                          {"default", v91}}));
+}
+
+TEST(PropertyStoreTest, TypedReadsParseTheValueOrGiveTheDefault) {
+    struct Row {
+        std::string value;
+        int64_t as_int;  // in [-5, 5], default 0
+        bool as_bool_default_false;
+        bool as_bool_default_true;
+    };
+    for (const Row& row : std::vector<Row>{{"42", 0, false, true},
+                                           {"5", 5, false, true},
+                                           {"-7", 0, false, true},
+                                           {"x", 0, false, true},
+                                           {"", 0, false, true},
+                                           {"1", 1, true, true},
+                                           {"n", 0, false, false},
+                                           {"y", 0, true, true}}) {
+        ASSERT_EQ(property_set("test.zelva.typed", row.value.c_str()), 0);
+        EXPECT_EQ(GetIntProperty<int64_t>("test.zelva.typed", 0, -5, 5), row.as_int) << row.value;
+        EXPECT_EQ(GetBoolProperty("test.zelva.typed", false), row.as_bool_default_false)
+                << row.value;
+        EXPECT_EQ(GetBoolProperty("test.zelva.typed", true), row.as_bool_default_true) << row.value;
+    }
 }
 
 // The function |name| as the loaded library |lib| and its dependencies resolve it; null if the
@@ -34,49 +102,32 @@ static void UseTheBuiltLibrary() {
     void* lib = dlopen(LibraryPath().c_str(), RTLD_NOW | RTLD_LOCAL);
     char media[PROPERTY_VALUE_MAX];
     LIBRARY_FUNCTION(lib, property_set)("ro.sys.custommedia.sourcepath", "/my_zelva_absent");
-    LIBRARY_FUNCTION(lib, QRAV_FETCH_IInitExtensionProperty)("libzelvaextproperty.so")
-            ->bindCustomizeMediaPath("/my_zelva_absent_target");
+    LIBRARY_FUNCTION(lib, QRAV_FETCH_IInitExtensionProperty)
+    ("libzelvaextproperty.so")->bindCustomizeMediaPath("/my_zelva_absent_target");
     LIBRARY_FUNCTION(lib, property_get)("sys.mount.mediapath.success", media, "unset");
     _exit(media != std::string("-1"));
 }
 
-TEST(PropertyStoreTest, OneStoreForBothApisTheLibraryAndTheBuiltLibrary) {
-    std::string raw(PROPERTY_VALUE_MAX + 1, 'z'), v91(91, 'a'), v92(92, 'b'), v300(300, 'a');
-    auto s = [](auto x) { return std::to_string(x); };
-    auto typed = [&](const char* text) {  // GetIntProperty in [-5, 5]; GetBoolProperty, 2 defaults
-        property_set("z.t", text);
-        return s(GetIntProperty("z.t", 0, -5, 5)) + "/" + s(GetBoolProperty("z.t", false)) +
-               s(GetBoolProperty("z.t", true));
-    };
-    Check({{s(property_set("z.a", "cutils")), "0"}, {ExpandProps("${z.a}").value_or("?"), "cutils"},
-           {s(SetProperty("b", "v")), "1"}, {CutilsGet("b"), "v"}, {s(property_set("b", "")), "0"},
-           {CutilsGet("b") + CutilsGet("b", nullptr) + GetProperty("b", "unset"), "dfltunset"},
-           {s(property_set("roz", v91.c_str())), "0"}, {s(property_set("roz", v92.c_str())), "-1"},
-           {s(SetProperty("roz", v92)), "0"}, {CutilsGet("roz"), v91},  // nothing changed
-           {s(SetProperty("ro.z", v300)), "1"}, {GetProperty("ro.z", ""), v300},
-           {s(property_get("ro.z", raw.data(), "")), "91"}, {raw, v91 + '\0' + 'z'},
-           {CutilsGet("z.unset", v300.c_str()), v91},  // defaults are cut too
-           {typed("42"), "0/01"}, {typed("5"), "5/01"}, {typed("-7"), "0/01"}, {typed("x"), "0/01"},
-           {typed(""), "0/01"}, {typed("1"), "1/11"}, {typed("n"), "0/00"}, {typed("y"), "0/11"}});
+TEST(PropertyStoreTest, BuiltLibraryAndItsPlatformLibraryShareOneStore) {
     EXPECT_EXIT(UseTheBuiltLibrary(), testing::ExitedWithCode(0), "");  // a child stays clean
 }
 
 // One thread sets through both APIs while this one reads through both and through the
 // library's own code (for ThreadSanitizer).
-TEST(PropertyStoreThreadTest, ConcurrentSetsAndReads) {
+TEST(PropertyStoreThreadTest, ConcurrentSetsAndReadsSeeWholeValues) {
     std::thread writer([] {
         for (int i = 0; i < 1500; ++i) {
-            SetProperty("z.race", i % 2 == 0 ? "one" : "");
-            property_set("z.race", "two-two");
+            SetProperty("test.zelva.race", i % 2 == 0 ? "one" : "");
+            property_set("test.zelva.race", "two-two");
         }
     });
     for (int i = 0; i < 3000; ++i) {
-        EXPECT_THAT(GetProperty("z.race", "u") + CutilsGet("z.race", "u") +
-                            ExpandProps("${z.race:-u}").value_or("?"),
+        EXPECT_THAT(GetProperty("test.zelva.race", "u") + CutilsGet("test.zelva.race", "u") +
+                            ExpandProps("${test.zelva.race:-u}").value_or("?"),
                     testing::MatchesRegex("(one|two-two|u){3}"));
     }
     writer.join();
-    EXPECT_EQ(CutilsGet("z.race"), "two-two");
+    EXPECT_EQ(CutilsGet("test.zelva.race"), "two-two");
 }
 
 }  // namespace zelva_test

@@ -1,123 +1,242 @@
-// Switch-key map files, the old NV and SSV identities, directory creation and
-// the domestic region conversion.
+// Switch-key map lookups, the old NV flag and SSV key, directory creation and the domestic
+// region conversion.
 
-#include "persist_test_support.h"
+#include <sys/stat.h>
+
+#include <gmock/gmock.h>
+
+#include "hostplatform/property_store.h"
+#include "switch_test_support.h"
 
 namespace zelva_test {
 namespace {
 
 using namespace android::init;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+using testing::UnorderedElementsAre;
 
-TEST(SwitchKeysTest, MapLookupsOldNvFlagFirstKeyAndDirectories) {
-    const std::string config = "/mnt/vendor/zelvareserve/radio/exp_operator_switch.config";
-    const std::string platform = "/dev/block/platform/bootdevice/by-name/reserve_exp1";
-    const std::string ssv = "/mnt/vendor/zelvareserve/system/ssv/sim_action_file";
-    const std::string empty = "|Couldn't file" + config, failed = "|read nv_flag failed :";
-    const std::string refused = "|map file load failed:/my_product/etc/custom_map.prop";
-    const std::string others = "persist.sys.channel.info=CH,ro.zelva.image.my_company.type=CO";
-    const std::string qc = "ro.boot.qvcarrier=QC,";
-    // Properties, what runs with which arguments, then what it returned (starting from "x")
-    // and the messages.
-    const Table cases = {
-            // A key looked up in nvmap.prop: the last directory with the file and the key wins.
-            {"", "to", "k1", "", "late"}, {"", "to", "k2", "", "early"}, {"", "to", "k3", "", ""},
-            // A value looked back up in custom_map.prop: the first name with it in the last file
-            // that has it, a file that is a link is refused and passed over; "" changes nothing.
-            {"", "from", "V", "", "a"}, {"", "from", "U", "", "z" + refused},
-            {"", "from", "none", "", refused}, {"", "from", "", "", "x"},
-            // The old NV flag, from the first of its stores ("-": absent) with content: cut to
-            // 8 characters and appended, then the key that flags.prop gives it.
-            {"", "nv", "", "abc", "xabc|K3" + empty}, {"", "nv", "ABCDEFGHI", "a", "xABCDEFGH|K8"},
-            {"", "nv", "", "-", "x|x" + empty + failed + platform + failed +
-                                        "/dev/block/bootdevice/by-name/reserve_exp1"},
-            // The old SSV key as the reserve file holds it; unreadable or absent: kept.
-            {"", "ssv", "OLD\n", "", "OLD\n"}, {"", "ssv", "-", "", "x"},
-            {"", "ssv", "<socket>", "", "x|read old ssv failed :" + ssv},
-            // The first key from an NV flag and an SSV key: what nvmap.prop gives the first of
-            // the carrier, the flag, the SSV key, the channel and the company type that it
-            // names; never over a key already there ("set").
-            {qc + others, "first", "NV", "SSV", "KC"}, {qc, "set", "NV", "", "x"},
-            {"ro.boot.qvcarrier=zz," + others, "first", "NV", "SSV", "KN"},
-            {others, "first", "", "SSV", "KS"}, {others, "first", "", "", "KH"},
-            {"ro.zelva.image.my_company.type=CO", "first", "", "", "KY"},
-            // Directories: each prefix that ends in a separator, until one fails; the result,
-            // and the mode of the path when it was made.
-            {"", "mkdir", "/x/y/z", "", "0|make dir: /x/|make dir: /x/y/"},
-            {"", "mkdir", "/q/", "", "0 " + std::to_string(0771) + "|make dir: /q/"},
-            {"", "mkdir", "/file/sub/", "", "-1|make dir: /file/"}};
-    sandbox::DeviceTree tree;
-    tree.File("/mnt/vendor/my_product/etc/nvmap.prop", "k1=early\nk2=early\n")
-            .File("/my_company/etc/nvmap.prop", "k1=late\nQC=KC\nNV=KN\nSSV=KS\nCH=KH\nCO=KY\n")
+constexpr char kNvConfig[] = "/mnt/vendor/zelvareserve/radio/exp_operator_switch.config";
+constexpr char kNvPlatform[] = "/dev/block/platform/bootdevice/by-name/reserve_exp1";
+constexpr char kNvBootDevice[] = "/dev/block/bootdevice/by-name/reserve_exp1";
+
+// Map files in three customization directories, which the list holds in this order:
+// /mnt/vendor/my_product, /my_product (whose custom_map.prop is a symbolic link, which the
+// parser refuses) and /my_company.
+sandbox::DeviceTree MapDevice() {
+    return sandbox::DeviceTree()
+            .File("/mnt/vendor/my_product/etc/nvmap.prop", "k1=early\nk2=early\n")
+            .File("/my_company/etc/nvmap.prop", "k1=late\n")
             .File("/mnt/vendor/my_product/etc/custom_map.prop", "z=U\nb=V\n")
-            .File("/my_company/etc/custom_map.prop", "b=V\na=V\nc=W\n")
-            .Symlink("/my_product/etc/custom_map.prop", "/my_company/etc/custom_map.prop")
-            .File("/my_product/etc/flags.prop", "abc=K3\nABCDEFGH=K8\n").File("/file", "x")
-            .Dir("/mnt/vendor/zelvareserve/radio/").Dir("/mnt/vendor/zelvareserve/system/ssv")
-            .Dir("/dev/block/platform/bootdevice/by-name");
-    ExpectCases(tree, cases, android::base::VERBOSE, [&](sandbox::Context&, size_t i) {
-        const std::string &what = cases[i][1], &a = cases[i][2], &b = cases[i][3];
-        std::string result = what == "first" ? "" : "x", key = "x";
-        Obj();  // builds the directory list that the lookups walk
-        umask(0);  // a directory made gets the mode asked for
-        if (what == "to") find_nv_ssv_target_key(a, "nvmap.prop", &result);
-        if (what == "from") find_nv_source_key(&result, "custom_map.prop", a);
-        if (what == "first" || what == "set") load_convert_first_key(&result, a, b);
-        if (what == "mkdir") result = std::to_string(createDirectory(a));
-        if (struct stat s; what == "mkdir" && !stat(a.c_str(), &s))
-            result += ' ' + std::to_string(s.st_mode & 0777);
-        if (what == "ssv") {
-            Put(ssv, a);
-            read_old_ssv_key(&result);
+            .File("/my_company/etc/custom_map.prop", "b=V\na=V\n")
+            .Symlink("/my_product/etc/custom_map.prop", "/my_company/etc/custom_map.prop");
+}
+
+TEST(SwitchKeyMapTest, ForwardLookupTakesTheLastDirectoryHoldingTheKey) {
+    sandbox::Outcome o = RunDevice(MapDevice(), {}, [](sandbox::Context& ctx) {
+        for (const char* key : {"k1", "k2", "unmapped"}) {
+            std::string target = "stale";
+            find_nv_ssv_target_key(key, "nvmap.prop", &target);
+            ctx.Note(key, target);
         }
-        if (what == "nv") {
-            Put(config, a);
-            Put(platform, b);
-            load_old_nv_key(&result, &key);
-            result += "|" + key;
+    });
+    ASSERT_DEVICE_RAN(o);
+    // k1 stands in both nvmap.prop files, k2 only in the earlier one.
+    EXPECT_THAT(o.notes, UnorderedElementsAre(Pair("k1", "late"), Pair("k2", "early"),
+                                              Pair("unmapped", "")));
+}
+
+TEST(SwitchKeyMapTest, ReverseLookupTakesTheFirstNameInTheLastReadableFileHoldingTheValue) {
+    sandbox::Outcome o = RunDevice(MapDevice(), {}, [](sandbox::Context& ctx) {
+        for (const char* value : {"V", "U", "unmapped"}) {
+            ctx.SetStep(value);
+            std::string source = "stale";
+            find_nv_source_key(&source, "custom_map.prop", value);
+            ctx.Note(value, source);
         }
-        return result;
+        std::string untouched = "stale";
+        find_nv_source_key(&untouched, "custom_map.prop", "");
+        ctx.Note("no value", untouched);
+    });
+    ASSERT_DEVICE_RAN(o);
+    EXPECT_THAT(o.notes, UnorderedElementsAre(Pair("V", "a"), Pair("U", "z"), Pair("unmapped", ""),
+                                              Pair("no value", "stale")));
+    // V is found before the walk reaches the link; U is looked for past it.
+    EXPECT_THAT(LogRecords(o, {.step = "V"}), IsEmpty());
+    EXPECT_THAT(LogRecords(o, {.step = "U"}),
+                ElementsAre(Error("map file load failed:/my_product/etc/custom_map.prop")));
+}
+
+// Runs load_old_nv_key over the stores of |tree|, from a flag "before:" and a key "before";
+// notes what it leaves as "flag" and "key".
+TEST(OldIdentityTest, OldNvFlagComesFromTheFirstStoreWithContent) {
+    const struct {
+        std::optional<std::string> config, platform;  // the stores' content; nullopt: absent
+        std::string flag, key;
+        std::vector<LogRecord> logs;
+    } cases[] = {
+            {.config = "",
+             .platform = "abc",
+             .flag = "before:abc",
+             .key = "K3",
+             .logs = {Warning(std::string("Couldn't file") + kNvConfig)}},
+            {.config = "ABCDEFGHI", .platform = "abc", .flag = "before:ABCDEFGH", .key = "K8"},
+            {.config = "",
+             .flag = "before:",
+             .key = "before",
+             .logs = {Warning(std::string("Couldn't file") + kNvConfig),
+                      Error(std::string("read nv_flag failed :") + kNvPlatform),
+                      Error(std::string("read nv_flag failed :") + kNvBootDevice)}},
+    };
+    for (const auto& c : cases) {
+        sandbox::DeviceTree tree;
+        tree.File("/my_product/etc/flags.prop", "abc=K3\nABCDEFGH=K8\n");
+        if (c.config) tree.File(kNvConfig, *c.config);
+        if (c.platform) tree.File(kNvPlatform, *c.platform);
+        sandbox::Outcome o = RunDevice(tree, {}, [](sandbox::Context& ctx) {
+            std::string flag = "before:", key = "before";
+            load_old_nv_key(&flag, &key);
+            ctx.Note("flag", flag);
+            ctx.Note("key", key);
+        });
+        ASSERT_DEVICE_RAN(o);
+        EXPECT_THAT(o.notes, UnorderedElementsAre(Pair("flag", c.flag), Pair("key", c.key)));
+        EXPECT_EQ(LogRecords(o, {.step = kCall}), c.logs);
+    }
+}
+
+// Runs read_old_ssv_key over |tree|; notes the key it leaves as "key".
+sandbox::Outcome ReadOldSsvKey(const sandbox::DeviceTree& tree) {
+    return RunDevice(tree, {}, [](sandbox::Context& ctx) {
+        std::string key = "before";
+        read_old_ssv_key(&key);
+        ctx.Note("key", key);
     });
 }
 
-TEST(SwitchKeysTest, DomesticRegionConversion) {
-    const std::string data = "/data/system/customize/sim_switch/region_switch_file";
-    const std::string reserve = "/mnt/vendor/zelvareserve/system/ssv/region_switch_file";
-    const std::string type = "ro.zelva.image.my_company.type=", k = "sys.region.switch.first=";
-    const std::string both = "ro.sys.region.switch.first=PROV," + type + "TYPE";
-    const std::string start = "|doRegionSwitchForDomestic", skip = ", skip conversion";
-    const std::string system = geteuid() == 0 ? " system" : "";  // owns what root wrote here
-    // Properties, SKU region, data and reserve files before ("-": absent), then whether the
-    // data file is kept, the reserve file after (and " system" if the system owns it) and the
-    // INFO messages.
-    const Table cases = {
-            // Without a region file: the province, else the company type as the map gives it.
-            {type + "X", "CN", "-", "-", "/" + start + "|target company type is empty" + skip},
-            {"", "CN", "-", "-", "/" + start + "|no province switch value or company type" + skip},
-            // Only for the exact region CN.
-            {both, "CNX", "-", "-", "/"},
-            // A reserve file is never rewritten; a data file blocks the conversion only when
-            // its key is a value of the map, and is deleted otherwise.
-            {both, "CN", "-", "old", "/old|region switch reserve file already exists" + skip},
-            {"", "CN", k + "MAPPED", "-",
-             "kept/|region switch data file is from custom_map" + skip},
-            {both, "CN", k + "ZZ", "-", "/" + k + "PROV\n" + system + start},
-            {type + "TYPE", "CN", "other=1", "-", "/" + k + "MAPPED\n" + system +
-                     "|no region switch property found in file: " + data + start}};
-    sandbox::DeviceTree tree;
-    tree.File("/my_company/etc/custom_map.prop", "TYPE=MAPPED\n").Dir("/my_region/")
-            .Dir("/data/system/customize/sim_switch/").Dir("/mnt/vendor/zelvareserve/system/ssv/");
-    ExpectCases(tree, cases, android::base::INFO, [&](sandbox::Context&, size_t i) {
-        Obj();  // builds the directory list that the map lookups walk
-        Put("/my_region/build.prop", "ro.zelva.pipeline.region=" + cases[i][1]);
-        Put(data, cases[i][2]);
-        Put(reserve, cases[i][3]);
-        doRegionSwitchForDomestic();
-        struct stat st = {};
-        const bool owned = !stat(reserve.c_str(), &st) && st.st_uid == 1000 && st.st_gid == 1000;
-        std::string after;
-        android::base::ReadFileToString(reserve, &after);
-        return (access(data.c_str(), F_OK) ? "/" : "kept/") + after + (owned ? " system" : "");
+TEST(OldIdentityTest, OldSsvKeyIsTheWholeFileAndOnlyAnUnreadableOneIsReported) {
+    sandbox::Outcome file = ReadOldSsvKey(sandbox::DeviceTree().File(kReserveSsv, "OLD\n"));
+    sandbox::Outcome missing = ReadOldSsvKey(sandbox::DeviceTree().Dir(kReserveDir));
+    sandbox::Outcome socket = ReadOldSsvKey(sandbox::DeviceTree().Socket(kReserveSsv));
+    ASSERT_DEVICE_RAN(file);
+    EXPECT_EQ(file.notes["key"], "OLD\n");
+    EXPECT_EQ(missing.notes["key"], "before");
+    EXPECT_THAT(LogRecords(missing, {.step = kCall}), IsEmpty());
+    EXPECT_EQ(socket.notes["key"], "before");
+    EXPECT_THAT(LogRecords(socket, {.step = kCall}),
+                ElementsAre(Error("read old ssv failed :" + kReserveSsv)));
+}
+
+TEST(FirstKeyConversionTest, SourcesAreTriedInOrderUntilOneMapsAndAKeyThereIsKept) {
+    const struct {
+        std::string carrier, nv_flag, ssv_key, channel, company_type;  // "": not there
+        std::string before, after;                                     // the first key
+    } cases[] = {
+            {.carrier = "QC",
+             .nv_flag = "NV",
+             .ssv_key = "SSV",
+             .channel = "CH",
+             .company_type = "CO",
+             .after = "KC"},
+            {.carrier = "unmapped",
+             .nv_flag = "NV",
+             .ssv_key = "SSV",
+             .channel = "CH",
+             .company_type = "CO",
+             .after = "KN"},
+            {.ssv_key = "SSV", .channel = "CH", .company_type = "CO", .after = "KS"},
+            {.channel = "CH", .company_type = "CO", .after = "KH"},
+            {.company_type = "CO", .after = "KY"},
+            {.after = ""},
+            {.carrier = "QC", .before = "kept", .after = "kept"},
+    };
+    const sandbox::DeviceTree tree = sandbox::DeviceTree().File(
+            "/my_company/etc/nvmap.prop", "QC=KC\nNV=KN\nSSV=KS\nCH=KH\nCO=KY\n");
+    sandbox::Outcome o = RunDevice(tree, {}, [&](sandbox::Context& ctx) {
+        for (size_t i = 0; i < std::size(cases); ++i) {
+            hostplatform::ResetProperties();
+            hostplatform::SetProperty("ro.boot.qvcarrier", cases[i].carrier);
+            hostplatform::SetProperty("persist.sys.channel.info", cases[i].channel);
+            hostplatform::SetProperty("ro.zelva.image.my_company.type", cases[i].company_type);
+            std::string key = cases[i].before;
+            load_convert_first_key(&key, cases[i].nv_flag, cases[i].ssv_key);
+            ctx.Note(std::to_string(i), key);
+        }
     });
+    ASSERT_DEVICE_RAN(o);
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        EXPECT_EQ(o.notes[std::to_string(i)], cases[i].after) << "case " << i;
+    }
+}
+
+TEST(CreateDirectoryTest, MakesEachMissingPrefixEndingInASeparatorUntilOneFails) {
+    sandbox::Outcome o =
+            RunDevice(sandbox::DeviceTree().File("/file", "x"), {}, [](sandbox::Context& ctx) {
+                umask(0);  // so that the directories get the mode asked for
+                ctx.Note("/x/y/z", std::to_string(createDirectory("/x/y/z")));
+                ctx.SetStep("failing");
+                ctx.Note("/file/sub/", std::to_string(createDirectory("/file/sub/")));
+            });
+    ASSERT_DEVICE_RAN(o);
+    EXPECT_THAT(o.notes, UnorderedElementsAre(Pair("/x/y/z", "0"), Pair("/file/sub/", "-1")));
+    EXPECT_THAT(LogRecords(o, {.step = kCall}),
+                ElementsAre(Info("make dir: /x/"), Info("make dir: /x/y/")));
+    EXPECT_THAT(LogRecords(o, {.step = "failing"}), ElementsAre(Info("make dir: /file/")));
+    EXPECT_EQ(o.tree["/x"].mode & 07777, 0771u);
+    EXPECT_EQ(o.tree["/x/y"].mode & 07777, 0771u);
+    EXPECT_FALSE(o.Exists("/x/y/z"));
+}
+
+TEST(DomesticRegionTest, RegionKeyIsWrittenOnceFromTheProvinceOrTheMappedCompanyType) {
+    const std::string key = "sys.region.switch.first=";
+    const PropertyMap province_and_type = {{"ro.sys.region.switch.first", "PROV"},
+                                           {"ro.zelva.image.my_company.type", "TYPE"}};
+    const LogRecord start = Info("doRegionSwitchForDomestic");
+    const struct {
+        std::string region = "CN";
+        PropertyMap props;
+        std::optional<std::string> data, reserve;  // the region files before; nullopt: absent
+        std::optional<FileState> data_after, reserve_after;
+        std::vector<LogRecord> logs;  // INFO and above
+    } cases[] = {
+            {.props = province_and_type,
+             .data = key + "ZZ\n",
+             .reserve_after = KeyFile(key + "PROV\n"),
+             .logs = {start}},
+            {.props = {{"ro.zelva.image.my_company.type", "TYPE"}},
+             .data = "other=1\n",
+             .reserve_after = KeyFile(key + "MAPPED\n"),
+             .logs = {Info("no region switch property found in file: " + kDataRegion), start}},
+            {.props = {{"ro.zelva.image.my_company.type", "X"}},
+             .logs = {start, Info("target company type is empty, skip conversion")}},
+            {.logs = {start, Info("no province switch value or company type, skip conversion")}},
+            {.region = "CNX", .props = province_and_type},
+            {.props = province_and_type,
+             .reserve = "old",
+             .reserve_after = RootFile("old"),
+             .logs = {Info("region switch reserve file already exists, skip conversion")}},
+            {.props = province_and_type,
+             .data = key + "MAPPED\n",
+             .data_after = RootFile(key + "MAPPED\n"),
+             .logs = {Info("region switch data file is from custom_map, skip conversion")}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE("region " + c.region + ", data file " + c.data.value_or("absent"));
+        sandbox::DeviceTree tree;
+        tree.File("/my_region/build.prop", "ro.zelva.pipeline.region=" + c.region + "\n")
+                .File("/my_company/etc/custom_map.prop", "TYPE=MAPPED\n")
+                .Dir(kDataDir)
+                .Dir(kReserveDir);
+        if (c.data) tree.File(kDataRegion, *c.data, 0600);
+        if (c.reserve) tree.File(kReserveRegion, *c.reserve, 0600);
+        sandbox::Outcome o =
+                RunDevice(tree, c.props, [](sandbox::Context&) { doRegionSwitchForDomestic(); });
+        ASSERT_DEVICE_RAN(o);
+        EXPECT_EQ(FileAt(o, kDataRegion), c.data_after);
+        EXPECT_EQ(FileAt(o, kReserveRegion), c.reserve_after);
+        EXPECT_EQ(LogRecords(o, {.step = kCall, .min_severity = android::base::INFO}), c.logs);
+    }
 }
 
 }  // namespace

@@ -10,7 +10,9 @@ namespace zelva_test {
 
 using PropertyMap = std::map<std::string, std::string>;
 
-inline bool InCi() { return getenv("CI") != nullptr && std::string(getenv("CI")) == "true"; }
+inline bool InCi() {
+    return getenv("CI") != nullptr && std::string(getenv("CI")) == "true";
+}
 
 // Runs |fn| in the device-root sandbox: a fresh one built from a sandbox::DeviceTree, or a
 // sandbox::ScratchRoot kept between runs.
@@ -19,22 +21,27 @@ sandbox::Outcome RunInDevice(const Root& root, const sandbox::Function& fn,
                              sandbox::Options options = {}) {
     return sandbox::Run(root, options, fn);
 }
+template <typename Root>
+sandbox::Outcome RunInDevice(const Root& root, const sandbox::Options& options,
+                             const sandbox::Function& fn) {
+    return sandbox::Run(root, options, fn);
+}
 
 // Skips the test when |why| (the reason the sandbox can't be entered) isn't empty; fails it
 // instead under CI=true, where the sandbox must work.
-#define SKIP_WITHOUT_SANDBOX(why)                                                            \
-    do {                                                                                     \
-        if (const std::string why_ = (why); !why_.empty()) {                                 \
-            if (::zelva_test::InCi()) FAIL() << "sandbox refused in CI: " << why_;           \
-            GTEST_SKIP() << "device-root sandbox unavailable: " << why_;                     \
-        }                                                                                    \
+#define SKIP_WITHOUT_SANDBOX(why)                                                  \
+    do {                                                                           \
+        if (const std::string why_ = (why); !why_.empty()) {                       \
+            if (::zelva_test::InCi()) FAIL() << "sandbox refused in CI: " << why_; \
+            GTEST_SKIP() << "device-root sandbox unavailable: " << why_;           \
+        }                                                                          \
     } while (0)
 
 // Use right after RunInDevice: skips as above, and fails when the child didn't complete.
-#define ASSERT_DEVICE_RAN(outcome)                                        \
-    do {                                                                  \
-        SKIP_WITHOUT_SANDBOX((outcome).unavailable);                      \
-        ASSERT_TRUE((outcome).Completed()) << (outcome).Describe();       \
+#define ASSERT_DEVICE_RAN(outcome)                                  \
+    do {                                                            \
+        SKIP_WITHOUT_SANDBOX((outcome).unavailable);                \
+        ASSERT_TRUE((outcome).Completed()) << (outcome).Describe(); \
     } while (0)
 
 // Batches sent with |kind|, in order.
@@ -46,15 +53,12 @@ inline std::vector<PropertyMap> BatchesOfKind(const sandbox::Outcome& outcome, i
     return batches;
 }
 
-// The kinds of all batches, in order.
-inline std::vector<int> Kinds(const sandbox::Outcome& outcome) {
-    std::vector<int> kinds;
-    for (const sandbox::Batch& batch : outcome.batches) kinds.push_back(batch.kind);
-    return kinds;
-}
-
 // Paths of the built artefacts and the repository's examples.
-inline std::string LibraryPath() { return ZELVA_LIBRARY_PATH; }
-inline std::string ExamplesDir() { return ZELVA_EXAMPLES_DIR; }
+inline std::string LibraryPath() {
+    return ZELVA_LIBRARY_PATH;
+}
+inline std::string ExamplesDir() {
+    return ZELVA_EXAMPLES_DIR;
+}
 
 }  // namespace zelva_test

@@ -6,167 +6,384 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <optional>
 
 #include <android-base/file.h>
 #include <android-base/properties.h>
-#include <android-base/stringprintf.h>
 #include <android-base/unique_fd.h>
 #include <gmock/gmock.h>
 
-#include "log_capture.h"
+#include "expectations.h"
 #include "utils.h"
 
 namespace zelva_test {
 namespace {
 
-using android::base::Result;
-using android::base::StringPrintf;
-using namespace testing;
+using android::base::VERBOSE;
+using android::base::WARNING;
+using testing::ElementsAre;
 
-// The value of a result ("" for none), or "!" and its error text.
-std::string Text(const Result<std::string>& r) { return r.ok() ? *r : "!" + r.error().message(); }
-std::string Text(const Result<void>& r) { return r.ok() ? "" : "!" + r.error().message(); }
+// The error of |result|, for a result that should have failed.
+template <typename T>
+std::string ErrorOf(const android::base::Result<T>& result) {
+    return result.ok() ? "(no error)" : result.error().message();
+}
 
-class UtilsTest : public Test {
+class PropertyFileTest : public testing::Test {
   protected:
-    std::string Put(const std::string& name, const std::string& text) {
-        return android::base::WriteStringToFile(text, dir_ + "/" + name) ? dir_ + "/" + name : "";
+    void SetUp() override { ASSERT_TRUE(android::base::SetProperty("test.zelva.dir", dir_)); }
+
+    // Writes |text| to the file |name| of the test's directory; its path.
+    std::string Write(const std::string& name, const std::string& text) {
+        const std::string path = dir_ + "/" + name;
+        EXPECT_TRUE(android::base::WriteStringToFile(text, path));
+        return path;
     }
-    // Loads |path| into |map|: "!" if that fails, then the properties as "name=value|...".
-    std::string Load(const std::string& path, const char* filter, PropertyMap map = {}) {
-        std::string s = load_properties_from_file_without_se(path.c_str(), filter, &map) ? "" : "!";
-        for (const auto& [name, value] : map) s += name + "=" + value + "|";
-        return s;
+    // The properties that loading |path| through |filter| adds to |map|.
+    PropertyMap Load(const std::string& path, const char* filter = nullptr, PropertyMap map = {}) {
+        EXPECT_TRUE(load_properties_from_file_without_se(path.c_str(), filter, &map)) << path;
+        return map;
     }
+
+    TemporaryDir tmp_;
+    const std::string dir_ = tmp_.path;
+    LogCapture log_;
+};
+
+TEST_F(PropertyFileTest, OnlyAsciiBlanksAroundNamesAndValuesAreTrimmed) {
+    // Bytes 9 to 13 and 32 are blanks; a non-breaking space (0xa0) is text.
+    const std::string path = Write("a.prop", " \t c \v= x = y \f\r\nn\xa0 = 1\xa0\n");
+    EXPECT_EQ(Load(path), (PropertyMap{{"c", "x = y"}, {"n\xa0", "1\xa0"}}));
+}
+
+TEST_F(PropertyFileTest, HashStartsACommentOnlyAtTheStartOfALine) {
+    EXPECT_EQ(Load(Write("a.prop", "# d=1\n \t#d=2\ne=#3\n")), (PropertyMap{{"e", "#3"}}));
+}
+
+TEST_F(PropertyFileTest, LinesWithoutEqualsSignAreSkippedAndAnyOtherLineIsAProperty) {
+    // No control properties are singled out, "import" followed by "=" is a name, and the last
+    // line needs no line feed.
+    const std::string path = Write("a.prop", "noequals\n=v\nz=\nimport\nimport=2\nctl.s=x\nl=1");
+    EXPECT_EQ(Load(path),
+              (PropertyMap{{"", "v"}, {"ctl.s", "x"}, {"import", "2"}, {"l", "1"}, {"z", ""}}));
+}
+
+TEST_F(PropertyFileTest, LaterValueReplacesEarlierOneWithWarningAndMapIsAddedTo) {
+    const std::string path = Write("a.prop", "a=1\na=2\nb=x\nb=x\np=new\nk=v\n");
+    EXPECT_EQ(Load(path, nullptr, {{"p", "old"}, {"k", "v"}}),
+              (PropertyMap{{"a", "2"}, {"b", "x"}, {"k", "v"}, {"p", "new"}}));
+    // A line that repeats a value changes nothing and says nothing.
+    EXPECT_THAT(
+            LogRecords(log_, WARNING),
+            ElementsAre(Warning("Overriding previous 'ro.' property 'a':'1' with new value '2'"),
+                        Warning("Overriding previous 'ro.' property 'p':'old' with new value "
+                                "'new'")));
+}
+
+TEST_F(PropertyFileTest, FilterTakesExactNameOrPrefixAndAnyFilterSkipsImports) {
+    Write("deep.prop", "deep=1\n");
+    const std::string path = Write("ro.prop",
+                                   "ro.p.n=n\nro.px=x\nro.a=1\nro.ab=2\n"
+                                   "import ${test.zelva.dir}/deep.prop\n");
+    const PropertyMap all = {{"ro.a", "1"}, {"ro.ab", "2"}, {"ro.p.n", "n"}, {"ro.px", "x"}};
+    PropertyMap with_import = all;
+    with_import["deep"] = "1";
+    struct Row {
+        const char* filter;
+        PropertyMap loaded;
+    };
+    for (const Row& row :
+         std::vector<Row>{{.filter = "ro.p.*", .loaded = {{"ro.p.n", "n"}}},
+                          {.filter = "ro.a", .loaded = {{"ro.a", "1"}}},
+                          {.filter = "ro.a*", .loaded = {{"ro.a", "1"}, {"ro.ab", "2"}}},
+                          {.filter = "*", .loaded = all},
+                          {.filter = "", .loaded = with_import},
+                          {.filter = nullptr, .loaded = with_import}}) {
+        EXPECT_EQ(Load(path, row.filter), row.loaded) << (row.filter ? row.filter : "no filter");
+    }
+}
+
+TEST_F(PropertyFileTest, ImportLoadsTheExpandedPathThroughItsOwnFilter) {
+    Write("deep.prop", "deep=1\n");
+    Write("leaf.prop", "ro.y.a=1\nro.z=2\nimport ${test.zelva.dir}/deep.prop\n");
+    Write("mid.prop", "mid=1\nimport   ${test.zelva.dir}/leaf.prop \t ro.y.*\n");
+    const std::string path = Write("top.prop", "import ${test.zelva.dir}/mid.prop\ntop=1\n");
+    EXPECT_EQ(Load(path), (PropertyMap{{"mid", "1"}, {"ro.y.a", "1"}, {"top", "1"}}));
+    // One record for each file read.
+    EXPECT_THAT(log_.Messages(VERBOSE),
+                ElementsAre(testing::MatchesRegex("\\(Loading properties from " + dir_ +
+                                                  "/leaf\\.prop took [0-9]+ms\\.\\)"),
+                            testing::HasSubstr("/mid.prop took "),
+                            testing::HasSubstr("/top.prop took ")));
+}
+
+TEST_F(PropertyFileTest, ImportOfAbsentFileIsSilentAndOfUnloadableOneLogsErrors) {
+    Write("leaf.prop", "leaf=1\n");
+    // A tab doesn't end the file name, so the last import names no file.
+    const std::string path = Write("top.prop",
+                                   "import ${test.zelva.unset}/x\nimport /nonexistent/x\n"
+                                   "import ${test.zelva.dir}\n"
+                                   "import ${test.zelva.dir}/leaf.prop\tleaf\ntop=1\n");
+    EXPECT_EQ(Load(path), (PropertyMap{{"top", "1"}}));
+    EXPECT_THAT(
+            LogRecords(log_, WARNING),
+            ElementsAre(Error("Could not expand filename ': property 'test.zelva.unset' doesn't "
+                              "exist while expanding '${test.zelva.unset}/x'"),
+                        Warning("Couldn't load property file '" + dir_ +
+                                "': Unable to read file contents: Is a directory"),
+                        Error("expand filename load failed : " + dir_)));
+}
+
+TEST_F(PropertyFileTest, UnreadableFileFailsAndLeavesMapAsItWas) {
+    PropertyMap map = {{"x", "1"}};
+    EXPECT_FALSE(load_properties_from_file_without_se((dir_ + "/none").c_str(), nullptr, &map));
+    EXPECT_EQ(map, (PropertyMap{{"x", "1"}}));
+    EXPECT_THAT(LogRecords(log_, WARNING),
+                ElementsAre(Warning("Couldn't load property file '" + dir_ +
+                                    "/none': open() failed: No such file or directory")));
+}
+
+TEST_F(PropertyFileTest, LookupTakesFirstLineWhoseNameStartsWithTheOneAskedFor) {
+    const std::string path = Write("a.prop",
+                                   "a=1\r\na=2\n \t c \v= x = y\nctl.s=x\n# d=1\n"
+                                   "n\xa0 = 1\xa0\nimport x=y\nl=1");
+    struct Row {
+        const char* name;
+        std::string value;
+    };
+    for (const Row& row : std::vector<Row>{{.name = "a", .value = "1"},
+                                           {.name = "c", .value = "x = y"},
+                                           {.name = "ct", .value = "x"},
+                                           {.name = "n", .value = "1\xa0"},
+                                           {.name = "import", .value = "y"},
+                                           {.name = "l", .value = "1"},
+                                           {.name = "# d", .value = ""},
+                                           {.name = "zz", .value = ""}}) {
+        EXPECT_EQ(load_property_from_file(path.c_str(), row.name), row.value) << row.name;
+    }
+}
+
+TEST_F(PropertyFileTest, LookupLogsWhatItFoundOrThatItFoundNothing) {
+    const std::string path = Write("a.prop", "a=1\n");
+    EXPECT_EQ(load_property_from_file(path.c_str(), "a"), "1");
+    EXPECT_EQ(load_property_from_file(path.c_str(), "b"), "");
+    EXPECT_EQ(load_property_from_file((dir_ + "/none").c_str(), "a"), "");
+    EXPECT_THAT(LogRecords(log_, WARNING),
+                ElementsAre(Warning("Loading property from " + path + ": 1"),
+                            Warning("Loading property from " + path + " failed "),
+                            Warning("Couldn't load property file '" + dir_ +
+                                    "/none': open() failed: No such file or directory")));
+}
+
+TEST(ExpandPropsTest, ReplacesEachReferenceOnceAndDollarDollarByDollar) {
+    ASSERT_TRUE(android::base::SetProperty("test.zelva.x", "v"));
+    ASSERT_TRUE(android::base::SetProperty("test.zelva.dollar", "a$b${test.zelva.x}"));
+    struct Row {
+        std::string source;
+        std::string expanded;
+    };
+    for (const Row& row : std::vector<Row>{
+                 {.source = "", .expanded = ""},
+                 {.source = "a$$b", .expanded = "a$b"},
+                 {.source = "$$$", .expanded = "$"},
+                 {.source = "abc$", .expanded = "abc"},  // a lone '$' at the end is dropped
+                 {.source = "/${test.zelva.x}/${test.zelva.x}$", .expanded = "/v/v"},
+                 {.source = "${test.zelva.dollar}", .expanded = "a$b${test.zelva.x}"},
+                 {.source = "${test.zelva.unset:-d}", .expanded = "d"},
+                 {.source = "${test.zelva.x:-d}", .expanded = "v"},
+                 {.source = "${test.zelva.unset:-d:-e}", .expanded = "d:-e"}}) {
+        const auto result = ExpandProps(row.source);
+        ASSERT_TRUE(result.ok()) << row.source << ": " << result.error();
+        EXPECT_EQ(*result, row.expanded) << row.source;
+    }
+}
+
+TEST(ExpandPropsTest, RefusesUnsetPropertiesAndMalformedReferences) {
+    struct Row {
+        std::string source;
+        std::string error;
+    };
+    for (const Row& row : std::vector<Row>{
+                 {.source = "${test.zelva.unset}",
+                  .error = "property 'test.zelva.unset' doesn't exist while expanding "
+                           "'${test.zelva.unset}'"},
+                 // ":-" splits only with a name before it and a default after it.
+                 {.source = "${u:-}",
+                 .error = "property 'u:-' doesn't exist while expanding '${u:-}'"},
+                 {.source = "${:-b}",
+                 .error = "property ':-b' doesn't exist while expanding '${:-b}'"},
+                 {.source = "a/${u", .error = "unexpected end of string in 'a/${u', looking for }"},
+                 {.source = "${}", .error = "invalid zero-length property name in '${}'"},
+                 {.source = "$xy",
+                 .error = "using deprecated syntax for specifying property 'xy', use ${name} "
+                          "instead"}}) {
+        EXPECT_EQ(ErrorOf(ExpandProps(row.source)), row.error) << row.source;
+    }
+}
+
+TEST(PropertyNameTest, NameIsDotSeparatedPartsOfLettersDigitsAndFourMarks) {
+    for (const std::string name : {"", ".", ".a", "a.", "a..b", "a.b.."}) {
+        EXPECT_FALSE(IsLegalPropertyName(name)) << "'" << name << "'";
+    }
+    std::string allowed;  // in a name of any length
+    for (int c = 0; c < 256; ++c) {
+        if (IsLegalPropertyName(std::string(5000, 'a') + char(c) + "b")) allowed += char(c);
+    }
+    EXPECT_EQ(allowed, "-.0123456789:@ABCDEFGHIJKLMNOPQRSTUVWXYZ_abcdefghijklmnopqrstuvwxyz");
+}
+
+TEST(PropertyValueTest, ValueOutsideRoIsShorterThan92BytesAndEveryValueIsUtf8) {
+    ASSERT_NE(setlocale(LC_ALL, "C.UTF-8"), nullptr);
+    const std::string too_long = "Property value too long";
+    const std::string not_utf8 = "Value is not a UTF8 encoded string";
+    struct Row {
+        std::string name;
+        std::string value;
+        std::optional<std::string> error;
+    };
+    for (const Row& row : std::vector<Row>{
+                 {.name = "x.y", .value = std::string(91, 'v'), .error = std::nullopt},
+                 {.name = "x.y", .value = std::string(92, 'v'), .error = too_long},
+                 {.name = "ro", .value = std::string(92, 'v'), .error = too_long},
+                 {.name = "ro.x", .value = std::string(5000, 'v'), .error = std::nullopt},
+                 {.name = "x", .value = "caf\xc3\xa9 \xe2\x82\xac", .error = std::nullopt},
+                 // Length is checked first.
+                 {.name = "x", .value = std::string(92, '\xff'), .error = too_long},
+                 {.name = "x", .value = "\xc3\x28", .error = not_utf8},
+                 {.name = "x", .value = "\xe2\x82", .error = not_utf8},  // cut off
+                 {.name = "x", .value = std::string("a\0\xc3\x28", 4), .error = not_utf8}}) {
+        const auto result = IsLegalPropertyValue(row.name, row.value);
+        EXPECT_EQ(result.ok() ? std::nullopt : std::optional(result.error().message()), row.error)
+                << row.name << " with " << row.value.size() << " bytes";
+    }
+    setlocale(LC_ALL, "C");
+}
+
+class FileHelperTest : public testing::Test {
+  protected:
+    void SetUp() override { old_umask_ = umask(0); }
+    void TearDown() override { umask(old_umask_); }
+
+    std::string Write(const std::string& name, const std::string& text) {
+        const std::string path = dir_ + "/" + name;
+        EXPECT_TRUE(android::base::WriteStringToFile(text, path));
+        return path;
+    }
+    // Content and permission bits of |path|.
+    FileState StateOf(const std::string& path) {
+        std::string content;
+        struct stat st = {};
+        EXPECT_TRUE(android::base::ReadFileToString(path, &content) && stat(path.c_str(), &st) == 0)
+                << path;
+        return {content, st.st_uid, st.st_gid, st.st_mode & 07777};
+    }
+    // A file this process created.
+    FileState Created(const std::string& content, mode_t mode) {
+        return {content, getuid(), getgid(), mode};
+    }
+
+    mode_t old_umask_;
     TemporaryDir tmp_;
     const std::string dir_ = tmp_.path;
 };
 
-// Both readers: syntax, filters, imports, overrides, the first match of a lookup, and the log.
-TEST_F(UtilsTest, PropertyFileReaders) {
-    ASSERT_TRUE(android::base::SetProperty("ut.dir", dir_));
-    Put("deep.prop", "deep=1\n");
-    Put("leaf.prop", "ro.y.a=1\nro.z=2\nimport ${ut.dir}/deep.prop\n");
-    Put("mid.prop", "mid=1\nimport   ${ut.dir}/leaf.prop \t ro.y.*\n");  // a nested filter
-    const std::string syntax = Put("s.prop", "a=1\r\na=2\r\n\r\nb=x\nb=x\n \t c \v= x = y \f\r\n"
-                                             "# d=1\n \t#d=2\ne=#3\nnoequals\n=v\nctl.s=x\nz=\n"
-                                             "n\xa0 = 1\xa0\nimport\nimport x=y\nimport=2\nl=1");
-    const std::string tree = Put("tree.prop", "import ${ut.dir}/mid.prop\nimport ${u}/x\n"
-                                              "import /nonexistent/x.prop\nimport ${ut.dir}\n"
-                                              "import ${ut.dir}/leaf.prop\tro.z\ntop=1\n");
-    const std::string ro = Put("ro.prop", "ro.p.n=n\nro.px=x\nro.a=1\nro.ab=2\n"
-                                          "import ${ut.dir}/deep.prop\n");
-    const std::string all_ro = "ro.a=1|ro.ab=2|ro.p.n=n|ro.px=x|", none = dir_ + "/none";
-    auto find = [&](const char* name) { return load_property_from_file(syntax.c_str(), name); };
-    LogCapture log;
-    Check({{Load(Put("empty.prop", ""), nullptr), ""},
-           // Only bytes 9-13 and 32 are blank, "#" only starts a line, the first "=" splits.
-           {Load(syntax, nullptr), "=v|a=2|b=x|c=x = y|ctl.s=x|e=#3|import=2|l=1|n\xa0=1\xa0|z=|"},
-           {Load(ro, "ro.p.*"), "ro.p.n=n|"}, {Load(ro, "ro.a"), "ro.a=1|"},
-           {Load(ro, "ro.a*"), "ro.a=1|ro.ab=2|"}, {Load(ro, "*"), all_ro},  // no imports
-           {Load(ro, ""), "deep=1|" + all_ro}, {Load(ro, nullptr), "deep=1|" + all_ro},
-           {Load(tree, nullptr), "mid=1|ro.y.a=1|top=1|"},  // a tab ends no name
-           // A filled map is added to, and a later line overrides its values too.
-           {Load(Put("p.prop", "p=new\nk=v"), nullptr, {{"p", "old"}, {"k", "v"}}), "k=v|p=new|"},
-           {Load(none, nullptr, {{"x", "1"}}), "!x=1|"},
-           // The lookup takes the first line whose name starts with the one asked for.
-           {find("a"), "1"}, {find("c"), "x = y"}, {find("ct"), "x"}, {find("n"), "1\xa0"},
-           {find("import"), "y"}, {find("l"), "1"}, {find("# d"), ""}, {find("zz"), ""},
-           {load_property_from_file(none.c_str(), "x"), ""}});
-    const std::string cant = "Couldn't load property file '" + dir_;
-    const std::string gone = cant + "/none': open() failed: No such file or directory";
-    const std::string got = "Loading property from " + syntax;  // what each lookup logs
-    EXPECT_THAT(log.Messages(android::base::WARNING),
-                ElementsAre("Overriding previous 'ro.' property 'a':'1' with new value '2'",
-                            cant + "': Unable to read file contents: Is a directory",
-                            "Overriding previous 'ro.' property 'p':'old' with new value 'new'",
-                            gone, got + ": 1", got + ": x = y", got + ": x", got + ": 1\xa0",
-                            got + ": y", got + ": 1", got + " failed ", got + " failed ", gone));
-    EXPECT_THAT(log.Messages(android::base::ERROR),
-                ElementsAre("Could not expand filename ': property 'u' doesn't exist while "
-                            "expanding '${u}/x'", "expand filename load failed : " + dir_));
-    // One for each file the loader read: 10 loads and 4 nested ones.
-    EXPECT_THAT(log.Messages(android::base::VERBOSE), AllOf(SizeIs(14), Each(MatchesRegex(
-            "\\(Loading properties from " + dir_ + "/[a-z]+\\.prop took [0-9]+ms\\.\\)"))));
+TEST_F(FileHelperTest, ReadFileReadsAllButRefusesFinalLinkAndDirectory) {
+    const std::string big(3000, 'q');  // several read chunks
+    const std::string target = Write("target", big), link = dir_ + "/link";
+    std::filesystem::create_symlink(target, link);
+    EXPECT_EQ(ReadFile(target).value_or("failed"), big);
+    EXPECT_EQ(ReadFile(Write("empty", "")).value_or("failed"), "");
+    EXPECT_EQ(ErrorOf(ReadFile(link)), "open() failed: Too many levels of symbolic links");
+    EXPECT_EQ(ErrorOf(ReadFile(dir_)), "Unable to read file contents: Is a directory");
 }
 
-TEST(ExpandAndLegalityTest, ExpansionsNamesAndValues) {
-    ASSERT_TRUE(android::base::SetProperty("ut.x", "v"));
-    ASSERT_TRUE(android::base::SetProperty("ut.dollar", "a$b${ut.x}"));
-    auto x = [](const char* src) { return Text(ExpandProps(src)); };
-    Check({{x(""), ""}, {x("a$$b"), "a$b"}, {x("abc$"), "abc"}, {x("$$$"), "$"},
-           {x("/${ut.x}/${ut.x}$"), "/v/v"}, {x("${ut.dollar}"), "a$b${ut.x}"},  // one pass
-           {x("${ut.u:-d}"), "d"}, {x("${ut.x:-d}"), "v"}, {x("${ut.u:-d:-e}"), "d:-e"},
-           {x("${ut.u}"), "!property 'ut.u' doesn't exist while expanding '${ut.u}'"},
-           {x("${ut.u:-}"), "!property 'ut.u:-' doesn't exist while expanding '${ut.u:-}'"},
-           {x("${:-b}"), "!property ':-b' doesn't exist while expanding '${:-b}'"},
-           {x("a/${ut.x"), "!unexpected end of string in 'a/${ut.x', looking for }"},
-           {x("${}"), "!invalid zero-length property name in '${}'"},
-           {x("$xy"),
-            "!using deprecated syntax for specifying property 'xy', use ${name} instead"}});
-
-    EXPECT_THAT((std::vector<std::string>{"", ".", ".a", "a.", "a..b", "a.b.."}),
-                Each(Not(Truly(IsLegalPropertyName))));
-    std::string legal;  // the bytes allowed in a name of any length
-    for (int c = 0; c < 256; ++c) {
-        if (IsLegalPropertyName(std::string(5000, 'a') + char(c) + "b")) legal += char(c);
-    }
-    EXPECT_EQ(legal, "-.0123456789:@ABCDEFGHIJKLMNOPQRSTUVWXYZ_abcdefghijklmnopqrstuvwxyz");
-
-    ASSERT_NE(setlocale(LC_ALL, "C.UTF-8"), nullptr);
-    auto v = [](auto name, auto value) { return Text(IsLegalPropertyValue(name, value)); };
-    const std::string v92(92, 'v'), too_long = "!Property value too long";
-    const std::string not_utf8 = "!Value is not a UTF8 encoded string";
-    Check({{v("x.y", std::string(91, 'v')), ""}, {v("x.y", v92), too_long},
-           {v("ro", v92), too_long}, {v("ro.x", std::string(5000, 'v')), ""},
-           {v("x", "caf\xc3\xa9 \xe2\x82\xac"), ""},
-           {v("x", std::string(92, '\xff')), too_long},  // length is checked first
-           {v("x", "\xc3\x28"), not_utf8}, {v("x", "\xe2\x82"), not_utf8},  // even cut off
-           {v("x", std::string("a\0\xc3\x28", 4)), not_utf8}});  // bytes after a NUL count too
-    setlocale(LC_ALL, "C");
-}
-
-TEST_F(UtilsTest, FileHelpers) {
-    const mode_t old_umask = umask(0);
-    const std::string big(3000, 'q'), link = dir_ + "/link", four = Put("four", "abcd");
-    std::filesystem::create_symlink(Put("target", big), link);  // several read chunks
-    auto read = [](const std::string& path) { return Text(ReadFile(path)); };
-    auto at = [](auto path, int off, int len) { return Text(ReadFileWithOffset(path, off, len)); };
-    EXPECT_DEATH(at(four, 0, 1025), "overflow");
-    const std::string is_dir = "!Unable to read file contents: Is a directory", zeros(1020, '\0');
-    Check({{read(dir_ + "/target"), big}, {read(Put("empty", "")), ""}, {read(dir_), is_dir},
-           {read(link), "!open() failed: Too many levels of symbolic links"},
-           {at(dir_, 0, 4), is_dir}, {at(link, 2990, 10), std::string(10, 'q')},
-           {at(dir_ + "/none", 0, 4), "!open() failed: No such file or directory"},
-           {at(four, 0, 10), "abcd" + zeros.substr(0, 6)}, {at(four, 2, 2), "cd"},
-           {at(four, 10, 3), zeros.substr(0, 3)}, {at(four, 0, 1024), "abcd" + zeros}});
-    android::base::unique_fd write_only(open(four.c_str(), O_WRONLY | O_CLOEXEC));
-    std::string failed = "stale", no_seek = "stale";  // a failed read still yields zeros
-    LogCapture log;
-    EXPECT_FALSE(ReadFdToStringWithOffset(write_only.get(), &failed, 0, 3));
-    EXPECT_FALSE(ReadFdToStringWithOffset(-1, &no_seek, 0, 3));  // lseek() fails
-    EXPECT_EQ(failed + "|" + no_seek, zeros.substr(0, 3) + "|");
-    EXPECT_THAT(log.Messages(android::base::ERROR), ElementsAre("lseek() failed"));
-
-    auto state = [&](const std::string& path) {  // the mode in octal, then the content
-        return StringPrintf("%o ", int(std::filesystem::status(path).permissions())) + read(path);
+TEST_F(FileHelperTest, ReadWithOffsetGivesExactlyTheLengthAskedForPaddedWithZeros) {
+    const std::string four = Write("four", "abcd"), link = dir_ + "/link";
+    std::filesystem::create_symlink(Write("target", std::string(3000, 'q')), link);
+    const std::string zeros(1020, '\0');
+    struct Row {
+        std::string path;
+        int offset;
+        int length;
+        std::string content;
     };
-    // WriteStringToFile follows a final symbolic link only when told to; "" is nothing to write.
-    EXPECT_THAT((std::vector<bool>{WriteStringToFile("x", link), ::WriteStringToFd("", -1),
-                                   WriteStringToFile("through\n", link, true),
-                                   WriteStringToFile("", dir_ + "/o"), ::WriteStringToFd("x", -1)}),
-                ElementsAre(false, true, true, true, false));
-    Check({{Text(WriteFile(dir_ + "/fresh", "one=1\n")), ""}, {Text(WriteFile(four, "n\n")), ""},
-           {Text(WriteFile(link, "x")), "!open() failed: Too many levels of symbolic links"},
-           {Text(WriteFile("/dev/null", "x")), ""},  // a device is written as it stands
-           {state(dir_ + "/fresh"), "600 one=1\n"},
-           {state(four), "666 n\n"},  // truncated; an existing file keeps its mode
-           {state(dir_ + "/o"), "666 "}, {read(dir_ + "/target"), "through\n"}});
-    umask(old_umask);
-    auto path = [](const char* path) { return trimPath(path) + " " + getPathName(path); };
-    Check({{path("a/b/"), "/a/b /a/b"}, {path("/a"), "/a /"}, {path(""), " /"},
-           {path("/"), " /"}, {path("a"), "/a /"}, {path("//"), "/ /"},
-           {path("/a/b/c"), "/a/b/c /a/b"}, {path("a/b"), "/a/b /a"}, {path("//x"), "//x /"}});
+    for (const Row& row : std::vector<Row>{
+                 {.path = four, .offset = 0, .length = 10, .content = "abcd" + zeros.substr(0, 6)},
+                 {.path = four, .offset = 2, .length = 2, .content = "cd"},
+                 {.path = four, .offset = 10, .length = 3, .content = zeros.substr(0, 3)},
+                 {.path = four, .offset = 0, .length = 1024, .content = "abcd" + zeros},
+                 // A link is followed here.
+                 {.path = link, .offset = 2990, .length = 10, .content = std::string(10, 'q')}}) {
+        EXPECT_EQ(ReadFileWithOffset(row.path, row.offset, row.length).value_or("failed"),
+                  row.content)
+                << row.path << " at " << row.offset;
+    }
+    EXPECT_EQ(ErrorOf(ReadFileWithOffset(dir_, 0, 4)),
+              "Unable to read file contents: Is a directory");
+    EXPECT_EQ(ErrorOf(ReadFileWithOffset(dir_ + "/none", 0, 4)),
+              "open() failed: No such file or directory");
+    EXPECT_DEATH(ReadFileWithOffset(four, 0, 1025).ok(), "overflow");
+}
+
+TEST_F(FileHelperTest, FailedReadWithOffsetStillGivesZerosButFailedSeekGivesNothing) {
+    android::base::unique_fd write_only(open(Write("four", "abcd").c_str(), O_WRONLY | O_CLOEXEC));
+    std::string unread = "stale", unseeked = "stale";
+    LogCapture log;
+    EXPECT_FALSE(ReadFdToStringWithOffset(write_only.get(), &unread, 0, 3));
+    EXPECT_FALSE(ReadFdToStringWithOffset(-1, &unseeked, 0, 3));
+    EXPECT_EQ(unread, std::string(3, '\0'));
+    EXPECT_EQ(unseeked, "");
+    EXPECT_THAT(LogRecords(log), ElementsAre(Error("lseek() failed")));
+}
+
+TEST_F(FileHelperTest, WriteStringToFileFollowsFinalLinkOnlyWhenTold) {
+    const std::string target = Write("target", "old"), link = dir_ + "/link";
+    std::filesystem::create_symlink(target, link);
+    EXPECT_FALSE(WriteStringToFile("x", link));
+    EXPECT_TRUE(WriteStringToFile("through\n", link, true));
+    EXPECT_TRUE(WriteStringToFile("", dir_ + "/new"));
+    EXPECT_EQ(StateOf(target), Created("through\n", 0666));
+    EXPECT_EQ(StateOf(dir_ + "/new"), Created("", 0666));
+    // Nothing to write succeeds even on a bad descriptor.
+    EXPECT_TRUE(::WriteStringToFd("", -1));
+    EXPECT_FALSE(::WriteStringToFd("x", -1));
+}
+
+TEST_F(FileHelperTest, WriteFileCreatesPrivateFileOrTruncatesExistingOneKeepingItsMode) {
+    const std::string existing = Write("existing", "a longer old content");
+    ASSERT_TRUE(WriteFile(dir_ + "/fresh", "one=1\n").ok());
+    ASSERT_TRUE(WriteFile(existing, "n\n").ok());
+    EXPECT_EQ(StateOf(dir_ + "/fresh"), Created("one=1\n", 0600));
+    EXPECT_EQ(StateOf(existing), Created("n\n", 0666));
+}
+
+TEST_F(FileHelperTest, WriteFileRefusesFinalLinkButWritesDeviceAsItStands) {
+    const std::string link = dir_ + "/link";
+    std::filesystem::create_symlink(Write("target", "old"), link);
+    EXPECT_EQ(ErrorOf(WriteFile(link, "x")), "open() failed: Too many levels of symbolic links");
+    EXPECT_TRUE(WriteFile("/dev/null", "x").ok());
+    EXPECT_EQ(StateOf(dir_ + "/target"), Created("old", 0666));
+}
+
+TEST(PathTest, TrimPathAndParentDirectoryAlwaysStartAtRoot) {
+    struct Row {
+        std::string path;
+        std::string trimmed;
+        std::string parent;
+    };
+    for (const Row& row :
+         std::vector<Row>{{.path = "a/b/", .trimmed = "/a/b", .parent = "/a/b"},
+                          {.path = "/a", .trimmed = "/a", .parent = "/"},
+                          {.path = "", .trimmed = "", .parent = "/"},
+                          {.path = "/", .trimmed = "", .parent = "/"},
+                          {.path = "a", .trimmed = "/a", .parent = "/"},
+                          {.path = "//", .trimmed = "/", .parent = "/"},
+                          {.path = "/a/b/c", .trimmed = "/a/b/c", .parent = "/a/b"},
+                          {.path = "a/b", .trimmed = "/a/b", .parent = "/a"},
+                          {.path = "//x", .trimmed = "//x", .parent = "/"}}) {
+        EXPECT_EQ(trimPath(row.path), row.trimmed) << row.path;
+        EXPECT_EQ(getPathName(row.path), row.parent) << row.path;
+    }
 }
 
 }  // namespace

@@ -303,7 +303,9 @@ BootResult RunBoot(const BootConfig& config) {
         return result;
     }
     if (config.keep_root) root->Keep();
-    result.root = root->path();
+    result.root = root->changes();
+    // The one line that says the boot costs a copy of the tree here.
+    if (!root->fallback().empty()) fprintf(stderr, "extprop-sim: %s\n", root->fallback().c_str());
 
     sandbox::Options options;
     options.properties = config.properties;

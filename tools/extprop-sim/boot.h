@@ -71,7 +71,7 @@ struct BootConfig {
 
 struct BootResult {
     std::string error;  // set when the boot couldn't run
-    std::string root;   // scratch root (kept only on request)
+    std::string root;   // what the boot wrote: the overlay's upper layer (kept only on request)
     std::vector<Step> steps;
     sandbox::Outcome outcome;  // batches carry the step index as their step
 };

@@ -42,8 +42,10 @@ int BootCommand(const Args& args) {
     const std::string report =
             json ? BootReportJson(config, result) : BootReportText(config, result);
     fwrite(report.data(), 1, report.size(), stdout);
-    if (keep_root)
-        fprintf(stderr, "extprop-sim: device root kept at %s\n", Printable(result.root).c_str());
+    if (keep_root) {
+        fprintf(stderr, "extprop-sim: what the boot changed in the device root is kept at %s\n",
+                Printable(result.root).c_str());
+    }
     return kExitOk;
 }
 

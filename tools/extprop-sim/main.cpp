@@ -13,8 +13,9 @@ constexpr char kUsage[] = R"(extprop-sim - runs libzelvaextproperty on a host as
 
 Usage:
   extprop-sim boot --root DIR [BOOT OPTIONS] [--json] [--keep-root]
-      Copies the device tree DIR to a scratch root, enters it in a private mount
-      namespace, loads the library, and runs init's boot sequence (or the steps
+      Makes the device tree DIR the root of a sandboxed child (the tree read-only,
+      the library's writes in a scratch layer over it), loads the library, and
+      runs init's boot sequence (or the steps
       of --script), setting every batch the way init does. Prints each batch with
       its slot, operation and kind, marking what each entry did to the property
       store (+ new, ~ changed, = already set, - cleared, ! refused by init, with
