@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The parser and a whole boot, each against a floor measured in the same
 // process and interleaved with it: reading the same files whole and inserting
 // the same, already split pairs into a PropertyMap. Inputs come from

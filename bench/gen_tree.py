@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Benchmark inputs.
   gen_tree.py tree SCALE DIR   device tree, brand birch, region EU; scale 1 holds
                                about 5,000 property lines, scale N N times that

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """The whole extprop-sim command against its floors, each ratio from runs
 interleaved in one go. scripts/bench.sh runs it and puts its rows in README.md.
   sim_bench.py SIM ZELVA_BENCH EXAMPLE PROPS OUT.json [REPETITIONS]

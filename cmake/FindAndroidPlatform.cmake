@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Finds Android's base library and logger as Debian packages them
 # (android-libbase-dev, android-liblog-dev) and defines imported targets:
 #   Android::base  - libbase (LOG, Result, ReadFileToString, unique_fd, ...)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Compile options shared by every project target.
 
 # Warnings as errors for the project's own code.
@@ -16,4 +17,11 @@ endif()
 # libFuzzer: coverage instrumentation in every object; fuzz/ links the driver itself.
 if(ZELVA_BUILD_FUZZERS)
   add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
+# clang source-based coverage for every object and link (scripts/fuzz-coverage.sh).
+option(ZELVA_COVERAGE "Build with clang source-based coverage (clang only)" OFF)
+if(ZELVA_COVERAGE)
+  add_compile_options(-fprofile-instr-generate -fcoverage-mapping)
+  add_link_options(-fprofile-instr-generate)
 endif()

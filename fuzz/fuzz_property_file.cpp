@@ -1,4 +1,12 @@
-// The property-file parser over a small tree of files that import each other.
+// SPDX-License-Identifier: Apache-2.0
+// The property-file readers: file 0 against a model of both readers (imports defused there),
+// then the parser over a small tree of files that import each other.
+//
+// The model reads a line as the parser does: leading whitespace skipped, a "#" line skipped,
+// trailing whitespace trimmed from the line as its bytes stand, then a NUL byte ends the line's
+// text (a blank before it is kept). The loader keeps the last value of a name and logs each
+// change of value; load_property_from_file returns the first line that begins with the name
+// (a prefix) and holds a "=".
 //
 // Input: up to four files separated by "\n;;\n". In file i a line "@<digit><rest>" becomes an
 // import of a later file j > i (so the tree has no cycles; the parser itself has no depth
@@ -12,6 +20,7 @@
 #include <stdlib.h>
 
 #include <filesystem>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -22,6 +31,89 @@
 #include "utils.h"
 
 static std::string g_dir;
+
+// WARNING messages the library logged since the last call.
+static std::vector<std::string> g_warnings;
+
+namespace {
+
+bool IsSpace(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+struct Line {
+    std::string name, value;
+};
+
+// The property lines of |content| (no import lines), each as name and value.
+std::vector<Line> ModelLines(const std::string& content) {
+    std::vector<Line> lines;
+    for (std::string text : android::base::Split(content, "\n")) {
+        size_t begin = 0;
+        while (begin < text.size() && IsSpace(text[begin])) ++begin;
+        text.erase(0, begin);
+        if (text.empty() || text[0] == '#') continue;
+        while (text.size() > 1 && IsSpace(text.back())) text.pop_back();
+        text = text.substr(0, text.find('\0'));
+        const size_t eq = text.find('=');
+        if (eq == std::string::npos) continue;
+        std::string name = text.substr(0, eq), value = text.substr(eq + 1);
+        while (!name.empty() && IsSpace(name.back())) name.pop_back();
+        size_t skip = 0;
+        while (skip < value.size() && IsSpace(value[skip])) ++skip;
+        lines.push_back({name, value.substr(skip)});
+    }
+    return lines;
+}
+
+bool Accepts(const std::string& filter, const std::string& name) {
+    if (filter.empty()) return true;
+    if (filter.back() == '*') return name.compare(0, filter.size() - 1, filter, 0, filter.size() - 1) == 0;
+    return name == filter;
+}
+
+[[noreturn]] void Fail(const std::string& what) {
+    fprintf(stderr, "FINDING: %s\n", what.c_str());
+    abort();
+}
+
+// File 0 alone, against the model: the loader with and without a filter, and single lookups.
+void CheckAgainstModel(const std::string& path, const std::string& content) {
+    for (const std::string filter : {"", "ro.*", "ro.a", "*"}) {
+        PropertyMap expected = {{"ro.pre", "set"}}, loaded = expected;
+        std::vector<std::string> overrides;
+        for (const Line& line : ModelLines(content)) {
+            if (!Accepts(filter, line.name)) continue;
+            auto it = expected.find(line.name);
+            if (it != expected.end() && it->second != line.value) {
+                overrides.push_back("Overriding previous 'ro.' property '" + line.name + "':'" +
+                                    it->second + "' with new value '" + line.value + "'");
+            }
+            expected[line.name] = line.value;
+        }
+        g_warnings.clear();
+        const char* f = filter.empty() ? nullptr : filter.c_str();
+        if (!load_properties_from_file_without_se(path.c_str(), f, &loaded)) Fail("load failed");
+        if (loaded != expected) Fail("loaded properties, filter '" + filter + "'");
+        if (g_warnings != overrides) Fail("override messages, filter '" + filter + "'");
+    }
+    for (const std::string name : {"ro.a", "ro", "", "b", "ro.pre"}) {
+        std::string expected;
+        bool found = false;
+        // These names hold no blank and no "=": a line begins with one when its name does.
+        for (const Line& line : ModelLines(content)) {
+            if (!found && line.name.compare(0, name.size(), name) == 0) {
+                expected = line.value;
+                found = true;
+            }
+        }
+        if (load_property_from_file(path.c_str(), name.c_str()) != expected) {
+            Fail("lookup of '" + name + "'");
+        }
+    }
+}
+
+}  // namespace
 
 static std::string PathOf(size_t i) {
     return g_dir + "/f" + std::to_string(i) + ".prop";
@@ -44,7 +136,10 @@ static std::string BuildFile(const std::string& text, size_t i, size_t count) {
 }
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    android::base::SetMinimumLogSeverity(android::base::FATAL);
+    android::base::SetLogger([](android::base::LogId, android::base::LogSeverity severity,
+                                const char*, const char*, unsigned, const char* message) {
+        if (severity == android::base::WARNING) g_warnings.push_back(message);
+    });
     g_dir = std::filesystem::temp_directory_path() / "zelva-fuzz-XXXXXX";
     if (mkdtemp(g_dir.data()) == nullptr) abort();
     android::base::SetProperty("fz.dir", g_dir);
@@ -59,6 +154,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         end = input.find("\n;;\n", start);
         files.push_back(input.substr(start, end - start));  // the rest when end is npos
     }
+    // File 0 without its imports, against the model.
+    std::vector<std::string> lines = android::base::Split(files[0], "\n");
+    for (std::string& line : lines) {
+        if (android::base::StartsWith(android::base::Trim(line), "import ")) line.insert(0, "I");
+    }
+    const std::string plain = android::base::Join(lines, '\n');
+    if (!WriteFile(PathOf(0), plain).ok()) abort();
+    CheckAgainstModel(PathOf(0), plain);
+
     for (size_t i = 0; i < files.size(); ++i) {
         files[i] = BuildFile(files[i], i, files.size());
         if (!WriteFile(PathOf(i), files[i]).ok()) abort();

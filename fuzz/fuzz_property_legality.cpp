@@ -1,17 +1,74 @@
-// IsLegalPropertyName and IsLegalPropertyValue. Input: name, a NUL byte, value.
+// SPDX-License-Identifier: Apache-2.0
+// IsLegalPropertyName and IsLegalPropertyValue against a model of their rules. Input: name, a
+// NUL byte, value.
+//
+// The value check is the C library's multibyte reading under a UTF-8 locale. The model is
+// UTF-8 as glibc's C.UTF-8 reads it: shortest forms only, no surrogates, and, beyond RFC 3629,
+// the five- and six-byte forms and code points above U+10FFFF that glibc still accepts (Bionic
+// does not: on a device those values are refused).
 
 #include <locale.h>
 #include <stddef.h>
 #include <stdint.h>
+#include <stdio.h>
 #include <stdlib.h>
 
-#include <algorithm>
 #include <string>
 
 #include "utils.h"
 
+namespace {
+
+// Length of the sequence a lead byte opens (0: no lead byte), and the least code point that
+// needs that length.
+size_t SequenceLength(unsigned char lead) {
+    if (lead < 0x80) return 1;
+    if (lead < 0xC0) return 0;
+    if (lead < 0xE0) return 2;
+    if (lead < 0xF0) return 3;
+    if (lead < 0xF8) return 4;
+    if (lead < 0xFC) return 5;
+    return lead < 0xFE ? 6 : 0;
+}
+
+bool IsUtf8(const std::string& value) {
+    constexpr uint32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000, 0x200000, 0x4000000};
+    for (size_t i = 0; i < value.size();) {
+        const unsigned char lead = value[i];
+        const size_t length = SequenceLength(lead);
+        if (length == 0 || i + length > value.size()) return false;
+        uint32_t code = length == 1 ? lead : lead & (0x7F >> length);
+        for (size_t k = 1; k < length; ++k) {
+            const unsigned char next = value[i + k];
+            if ((next & 0xC0) != 0x80) return false;
+            code = code << 6 | (next & 0x3F);
+        }
+        if (code < kLeast[length] || (code >= 0xD800 && code <= 0xDFFF)) return false;
+        i += length;
+    }
+    return true;
+}
+
+bool IsLegalName(const std::string& name) {
+    if (name.empty() || name.front() == '.' || name.back() == '.') return false;
+    if (name.find("..") != std::string::npos) return false;
+    for (unsigned char c : name) {
+        const bool letter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+        const bool digit = c >= '0' && c <= '9';
+        if (!letter && !digit && std::string("._-@:").find(c) == std::string::npos) return false;
+    }
+    return true;
+}
+
+[[noreturn]] void Fail(const char* what) {
+    fprintf(stderr, "FINDING: %s\n", what);
+    abort();
+}
+
+}  // namespace
+
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    setlocale(LC_ALL, "C.UTF-8");
+    if (setlocale(LC_ALL, "C.UTF-8") == nullptr) abort();
     return 0;
 }
 
@@ -21,20 +78,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string name = input.substr(0, split);
     const std::string value = split == std::string::npos ? "" : input.substr(split + 1);
 
-    // Not empty, no "." at either end nor "..", and only letters, digits and "._-@:".
-    const char* allowed = "._-@:abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
-    const bool legal = !name.empty() && name.front() != '.' && name.back() != '.' &&
-                       name.find("..") == std::string::npos &&
-                       name.find_first_not_of(allowed) == std::string::npos;
-    if (IsLegalPropertyName(name) != legal) abort();
+    if (IsLegalPropertyName(name) != IsLegalName(name)) Fail("name legality");
 
     auto result = IsLegalPropertyValue(name, value);
     const std::string error = result.ok() ? "" : result.error().message();
-    const bool ascii = std::all_of(value.begin(), value.end(), [](char c) { return c >= 0; });
     if (value.size() >= 92 && name.compare(0, 3, "ro.") != 0) {
-        if (error != "Property value too long") abort();
-    } else if (error != "" && (ascii || error != "Value is not a UTF8 encoded string")) {
-        abort();  // ASCII is fine; other text may be refused as not UTF-8, nothing else
+        if (error != "Property value too long") Fail("long value accepted");
+    } else if (error != (IsUtf8(value) ? "" : "Value is not a UTF8 encoded string")) {
+        Fail("value legality");
     }
     return 0;
 }

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds the benchmarks (Release, in build-bench/), generates their inputs in a
 # temporary directory, runs them and writes the results table into README.md
 # between "<!-- bench:begin -->" and "<!-- bench:end -->" (printed only, when

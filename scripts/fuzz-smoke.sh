@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds the libFuzzer targets (clang, ASan+UBSan) in build-fuzz/ and runs each one for a short
 # while on a scratch copy of its seed corpus (the repository is never written to).
 #   scripts/fuzz-smoke.sh [SECONDS]     seconds per target, default 45
@@ -36,7 +37,7 @@ run_target() {
   execs="$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -n 1)"
   if [ "$rc" -ne 0 ] || grep -qE 'ERROR: [A-Za-z]*Sanitizer|runtime error:|ERROR: libFuzzer' "$log"; then
     echo "$target: FAILED (exit $rc) after ${execs:-?} executions"
-    grep -E -A 30 'ERROR|runtime error' "$log" | head -n 60 || tail -n 40 "$log"
+    grep -E -A 30 'FINDING|ERROR|runtime error' "$log" | head -n 60 || tail -n 40 "$log"
     return 1
   fi
   echo "$target: ${execs:-?} executions in ${seconds}s"

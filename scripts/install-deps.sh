@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Installs what a fresh Debian bookworm machine lacks to build, test, fuzz and
 # benchmark the project. Safe to run again.
 set -euo pipefail
@@ -13,6 +14,10 @@ packages=(
   clang libclang-rt-14-dev       # libFuzzer targets
   python3                        # bench/ tree generator
   util-linux procps              # setpriv and pgrep, for the unprivileged sandbox tests
+  help2man man-db                # extprop-sim's man page: generated, then read in CI
+  pkg-config                     # the consumer test's pkg-config half
+  debhelper dpkg-dev fakeroot lintian  # the Debian packages (scripts/build-debs.sh)
+  bash-completion                # CI's check of the installed completion
 )
 
 sudo=""

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Applies each hand mutation of tests/mutations.tsv to a scratch copy of the
 tree, rebuilds the test binary and runs the suite, and reports which mutations
 the suite catches.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Runs the sandbox's boundary and signal tests of an existing build as an unprivileged user
 # (nobody), as a device engineer runs the simulator, and checks that they leave no process,
 # mount or scratch directory behind.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds the project and runs the test suite.
 #   scripts/test.sh                         plain build in build/
 #   scripts/test.sh --sanitize address,undefined   ASan+UBSan build in build-asan/

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // COTA: the composed display version name and the service commands (slot 12) with their
 // one-shot request files, read-only binds and module directories. Slot 7 is in
 // simswitch_test.cpp, the bind thread in cota_thread_test.cpp.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The COTA bind thread that "check_mount" starts: it serves the boot requests posted in
 // sys.cota.bind.load.properties beside the host's own calls, and ends on
 // "boot_mount_bind_complete" or after its limit of empty polls.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a test expects, as values: the batches the library sent, the records it logged and the
 // files it left. Each has operator== and PrintTo, so a matcher that fails (ElementsAre,
 // UnorderedElementsAre, Contains) prints the values that differ, not two long strings.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The built library's exported surface and how a host loads it.
 
 #include <stdio.h>
@@ -39,7 +40,8 @@ TEST(ExportsTest, FindsItsPlatformLibraryThroughItsRunPath) {
     const std::string dir = LibraryPath().substr(0, LibraryPath().rfind('/'));
     EXPECT_THAT(Output("env -u LD_LIBRARY_PATH ldd " + LibraryPath() + " 2>&1"),
                 AllOf(testing::Not(HasSubstr("not found")),
-                      HasSubstr("libhostplatform.so => " + dir + "/libhostplatform.so")));
+                      HasSubstr("libhostplatform.so => " + dir +
+                                "/zelvaextproperty/libhostplatform.so")));
 }
 
 }  // namespace

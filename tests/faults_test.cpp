@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Faults and hostile input: the library neither crashes nor hangs, says what went wrong and
 // keeps the later batches of the call.
 

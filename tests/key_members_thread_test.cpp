@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The COTA bind thread reads the object's switch keys while host calls assign
 // them (slots 6, 9 and 10). Built with ThreadSanitizer, any unsynchronised
 // access to a key ends the sandbox child with a report, and the test fails.

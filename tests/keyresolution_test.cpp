@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Switch key resolution at boot: which keys a boot settles on, what it writes to the reserve
 // and data stores for the next boot, and what it hands to init.
 

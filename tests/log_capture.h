@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Captures libbase log records in the test process. Needs no sandbox, so the tests that use
 // only this also build for a device.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The boot logo copy measures the logo and the splash partition by seeking to
 // their ends, whatever kind of file they are: a node that seeks to 0 is an empty
 // logo or a partition too small for any logo. Only what can't be opened or

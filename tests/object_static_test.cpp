@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The object of the static build and the customization directory lists.
 
 #include <gmock/gmock.h>

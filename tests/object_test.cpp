@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The library as init sees it: only the contract header, the built shared
 // object and its factory, every slot called through the interface pointer.
 

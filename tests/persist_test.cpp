@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The persist override pipeline (slot 6) and its priority loader.
 
 #include <gmock/gmock.h>

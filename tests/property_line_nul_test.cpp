@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A NUL byte inside a property line. Trailing whitespace is cut from the line as
 // its bytes stand, and a NUL is not whitespace; the NUL then ends the line's
 // text. So a blank just before the NUL stays in the value, for the loader, the

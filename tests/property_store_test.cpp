@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one property store behind cutils' property_get/property_set and libbase's property
 // functions: in this process, in the library's own code, and in the built library as a host
 // loads it.

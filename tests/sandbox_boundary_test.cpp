@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The device root as a boundary: what the child can reach and do, what a hostile tree can't
 // break, and that nothing of a run stays behind on the machine.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // extprop-sim stopped mid-boot by Ctrl-C, SIGTERM or SIGKILL: its sandbox child dies with it,
 // and no process, mount or scratch directory stays behind.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The device-root sandbox that the other tests rely on.
 
 #include <android-base/file.h>

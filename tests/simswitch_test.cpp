@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The media path bind (slot 3), the override entries of slots 7 (COTA), 8 (nightjar), 9 and
 // 10 (SIM switch) and the boot logo copy that slot 10 triggers.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The simulator's commands against hostile device trees: whatever a tree's imports, links,
 // loops and file names say, no command reads or changes a file of this machine outside the
 // tree, option files of any kind are read with bounds, and no byte of the tree can forge a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The simulator as a device engineer runs it: boot, explain, diff and lint on the bundled
 // example devices and on a broken tree, and its answers to bad usage.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Helpers of the tests of the override entries, the switch keys and COTA: the device stores'
 // paths, the files the library leaves there, the mount calls it makes.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Switch-key map lookups, the old NV flag and SSV key, directory creation and the domestic
 // region conversion.
 

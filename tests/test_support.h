@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Shared helpers of the test suite.
 #pragma once
 
@@ -43,15 +44,6 @@ sandbox::Outcome RunInDevice(const Root& root, const sandbox::Options& options,
         SKIP_WITHOUT_SANDBOX((outcome).unavailable);                \
         ASSERT_TRUE((outcome).Completed()) << (outcome).Describe(); \
     } while (0)
-
-// Batches sent with |kind|, in order.
-inline std::vector<PropertyMap> BatchesOfKind(const sandbox::Outcome& outcome, int kind) {
-    std::vector<PropertyMap> batches;
-    for (const sandbox::Batch& batch : outcome.batches) {
-        if (batch.kind == kind) batches.push_back(batch.props);
-    }
-    return batches;
-}
 
 // Paths of the built artefacts and the repository's examples.
 inline std::string LibraryPath() {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The property-file machinery: the property-file readers, ${name} expansion, the rules for
 // property names and values, and the file and path helpers.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // libbase's property functions for the extension library on the host.
 //
 // Debian's host libbase keeps its own unlocked map behind GetProperty and

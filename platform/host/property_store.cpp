@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "hostplatform/property_store.h"
 
 #include <cutils/properties.h>

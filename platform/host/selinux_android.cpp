@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <selinux/android.h>
 
 extern "C" int selinux_android_restorecon(const char*, unsigned int) {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What each batch of a boot did to the property store, replayed from the
 // batches on the properties the boot started with.
 #pragma once

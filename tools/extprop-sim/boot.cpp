@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "boot.h"
 
 #include <dlfcn.h>
@@ -15,6 +16,7 @@
 #include <android-base/strings.h>
 
 #include "IInitExtensionProperty.h"
+#include "build_config.h"
 #include "hostplatform/property_store.h"
 #include "init_sink.h"
 #include "option_file.h"
@@ -25,6 +27,7 @@ namespace {
 using android::init::IInitExtensionProperty;
 using Factory = IInitExtensionProperty* (*)(const char*);
 
+// The name init hands the factory.
 constexpr char kLibraryName[] = "libzelvaextproperty.so";
 constexpr char kCotaRequestSlot[] = "sys.cota.bind.load.properties";
 constexpr char kCotaRequestFile[] = "/data/cota/cota_mount_info.prop";
@@ -260,8 +263,7 @@ bool ReadPropsFile(const std::string& path, PropertyMap* props, std::string* err
 }
 
 std::string DefaultLibraryPath() {
-    std::string exe = android::base::GetExecutableDirectory();
-    return exe + "/../lib/" + kLibraryName;
+    return android::base::GetExecutableDirectory() + "/" EXTPROP_SIM_DEFAULT_LIBRARY;
 }
 
 int StepIndex(const std::string& label) {

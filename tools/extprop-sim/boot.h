@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Booting the extension library the way init does: dlopen it, fetch the
 // object through QRAV_FETCH_IInitExtensionProperty and call its operations,
 // inside the device-root sandbox, setting every batch as init would.
@@ -89,7 +90,8 @@ int StepIndex(const std::string& label);
 // Reads "name=value" lines into |props|.
 bool ReadPropsFile(const std::string& path, PropertyMap* props, std::string* error);
 
-// The default library: ../lib/libzelvaextproperty.so beside this executable.
+// The default library: libzelvaextproperty.so.<major> in the libdir that
+// this executable was built for, relative to its own directory.
 std::string DefaultLibraryPath();
 
 }  // namespace extprop_sim

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // boot --root DIR: the library at boot, as init drives it.
 
 #include <cstdio>

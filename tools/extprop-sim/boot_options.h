@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The options that every booting command shares (--root, --props, --script,
 // --lib, -v, --host, --property-contexts) and the boot they describe.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The simulator's subcommands. Each returns the process exit status:
 // 0 success, 1 findings (lint errors, differing trees, a property that plays
 // no part in the boot), 2 a usage or setup error (one line on stderr).

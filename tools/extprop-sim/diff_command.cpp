@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // diff TREE_A TREE_B: boots both trees and compares the properties they end with.
 
 #include <cstdio>

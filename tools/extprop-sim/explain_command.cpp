@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // explain NAME --root DIR: the history of one property through a boot.
 //
 // The parser logs each file it has loaded ("(Loading properties from F took

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The files that the parser loaded during a boot, as each step left them, for
 // explain: which file set a property can only be told from the file's
 // content, and the library rewrites key files and mounts COTA content over

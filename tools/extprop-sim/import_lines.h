@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The import lines of a property file, split as the library's parser splits
 // them, for the commands that report on imports without following them.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A minimal JSON writer for the simulator's --json output.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // lint: what in a device tree would silently go wrong at boot, found by
 // reading the tree's files the way the library reads them, inside the
 // device root.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // lint TREE: reads a device tree the way the library will, from inside the
 // device root, and reports what would silently go wrong at boot.
 

@@ -1,9 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 // extprop-sim: boots libzelvaextproperty against a device tree on a Linux
 // machine and shows what init would receive.
 
 #include <cstdio>
 #include <cstring>
 
+#include "build_config.h"
 #include "commands.h"
 #include "printable.h"
 
@@ -47,11 +49,14 @@ Usage:
       With --root, FILE (a path inside DIR, or a device path) is read and its
       imports followed inside the device root DIR; without it, imports are
       reported as not followed.
+  extprop-sim --help | --version
+      Prints this text, or the program's name and version.
 
 Boot options:
   --props FILE   system properties set before boot, one name=value a line
   --script FILE  boot steps to run instead of init's boot sequence (below)
-  --lib PATH     the library to load (default: ../lib beside this program)
+  --lib PATH     the library to load (default: )" EXTPROP_SIM_DEFAULT_LIBRARY R"(
+                 from this program's directory)
   -v, --verbose  the library's VERBOSE records too
   --host vendor|aosp   the init that receives the batches: vendor (default) also
                  sets late ro. values; aosp refuses an ro. property already set
@@ -82,6 +87,10 @@ int main(int argc, char** argv) {
         strcmp(argv[1], "help") == 0) {
         fputs(kUsage, argc < 2 ? stderr : stdout);
         return argc < 2 ? kExitError : kExitOk;
+    }
+    if (strcmp(argv[1], "--version") == 0) {
+        printf("extprop-sim %s\n", EXTPROP_SIM_VERSION);
+        return kExitOk;
     }
     const std::string command = argv[1];
     const Args args(argv + 2, argv + argc);

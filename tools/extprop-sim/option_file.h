@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Files named on the command line (--props, --script, lint --props, parse
 // FILE): whatever the user can hand over, a regular file, a FIFO, /dev/stdin,
 // a process substitution or a symbolic link to any of them, read with bounds

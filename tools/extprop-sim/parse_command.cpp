@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // parse FILE [--root DIR]: one property file through the library's own parser.
 //
 // Imports name device paths. With --root the file is read, and its imports

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Text for a terminal made from bytes a device tree chose: names, values,
 // paths and log messages. Control bytes are shown escaped (\n, \r, \t,
 // \x1b, and C1 controls as \xc2\x9b), so that a file name or a value can

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How a boot is shown: as text for a person, or as one JSON document.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Device paths inside a device tree on the host: the tree's absolute symbolic
 // links (mnt/vendor/my_product -> /my_product) point into the tree, not into
 // the host's root.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "child.h"
 
 #include <dirent.h>
@@ -161,7 +162,14 @@ void DieWithParent(pid_t parent, int alive) {
     ChildContext ctx(fd, options);
     // LeakSanitizer walks /proc/self; the root gets a /proc of its own PID
     // namespace, uncovered only for the leak check.
-    const bool proc = __lsan_do_recoverable_leak_check != nullptr;
+    // A run that binds the machine's /proc itself (to reach a host descriptor as
+    // /proc/self/fd/N) keeps it as it asked: the leak check reads that one.
+    const bool leak_check = __lsan_do_recoverable_leak_check != nullptr;
+    const bool host_proc = std::any_of(
+            options.mounts.begin(), options.mounts.end(), [](const MountSetup& setup) {
+                return setup.kind == MountSetup::Kind::kHostBind && setup.path == "/proc";
+            });
+    const bool proc = leak_check && !host_proc;
     SetupError error;
     if (!MountRoot(layout, &error) || !EnterRoot(layout, options.mounts, proc, &error) ||
         !DropPrivileges(&error)) {
@@ -187,7 +195,9 @@ void DieWithParent(pid_t parent, int alive) {
     if (options.capture_tree) SendTree(&ctx, "", 0, options.capture_limit, proc ? "/proc" : "");
     // No exit handlers (threads the function left running just stop), so the
     // leak check that exit would run is run here.
-    if (proc && RevealProc() && __lsan_do_recoverable_leak_check() != 0) ctx.Send(kLeaks, {});
+    if (leak_check && (!proc || RevealProc()) && __lsan_do_recoverable_leak_check() != 0) {
+        ctx.Send(kLeaks, {});
+    }
     _exit(0);
 }
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sandbox child's side: the processes that enter the root, run the
 // function and report back over |fd|.
 #pragma once

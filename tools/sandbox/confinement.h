@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The child's confinement: namespaces, the root's mounts, pivot_root, and the
 // privileges it keeps.
 #pragma once

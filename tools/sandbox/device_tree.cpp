@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The entries of a device tree, and laying them out on disk.
 
 #include <string.h>

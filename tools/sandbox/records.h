@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The records a sandbox child sends its parent over a pipe, and how the parent
 // folds them into an Outcome.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The parent's side: forking the child, reading what it sends, and the
 // in-process entry for fuzzers.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Device-root sandbox: runs a function in a child process whose "/" is a
 // device tree: the tree's directories as read-only layers of an overlay whose
 // writable layer lies in a scratch directory (or, where the kernel refuses

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Scratch directories: where they are, how a root is laid out in one, and
 // their removal however their owner ends.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Copying a directory tree as it is: files, directories (with their modes),
 // symbolic links as links, FIFOs and sockets as new ones, device nodes where
 // the caller may create them. An error names the file it stopped at.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The library's entry point, the property-extension object and the
 // customization directory lists that its loaders walk.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The property-extension object and the library's internal interfaces.
 #pragma once
 

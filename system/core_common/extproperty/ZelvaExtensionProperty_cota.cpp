@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // COTA override properties and the display version name composed from the
 // carrier and COTA releases.
 

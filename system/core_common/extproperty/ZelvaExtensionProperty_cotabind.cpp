@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // COTA bind mounts requested through one-shot files under /data/cota: the
 // module directories to prepare, and one module to bind read-only.
 

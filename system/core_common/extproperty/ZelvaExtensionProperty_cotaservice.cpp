@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The COTA service's entry: commands acted on at once under the object's
 // mutex, and the detached boot thread that serves bind requests posted in
 // sys.cota.bind.load.properties.

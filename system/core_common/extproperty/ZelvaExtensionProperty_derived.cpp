@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Derived version properties, the channel reset after an emergency shutdown,
 // the forced internet connection and the data-partition override files.
 

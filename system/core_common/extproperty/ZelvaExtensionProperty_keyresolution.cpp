@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Switch key resolution at boot: reads the first, current and region switch
 // keys from the reserve and data stores, migrates the older schemes into the
 // name=value form, and fills the object's key members and the caller's map.
@@ -59,7 +60,8 @@ struct KeyFile {
 };
 
 // Loads a reserve key file that exists into |props| and the key member |key|.
-// A legacy file holds the bare key: it is rewritten once into the name=value form.
+// A legacy file holds the bare key: it is rewritten once into the name=value form,
+// with the content as it was read (a trailing line break stays part of the key).
 void ReadReserveKeyFile(const KeyFile& file, PropertyMap* props, std::string* key) {
     if (!LoadOrLog(file.path, props, file.parse_failed)) return;
     if (auto it = props->find(file.property); it != props->end()) {

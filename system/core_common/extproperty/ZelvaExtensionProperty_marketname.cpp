@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The market name: published only when the device's storage size matches the
 // size that the region's device name file was written for.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Properties of the customization partitions: each partition's build.prop,
 // and the property sets that the switch keys select inside a partition.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The persist override pipeline: init's main late-boot call, once /data and
 // the reserve partition are mounted.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The domestic region switch: on "CN" devices the region key follows from the
 // province property or the company type, and is saved once on the reserve
 // partition.

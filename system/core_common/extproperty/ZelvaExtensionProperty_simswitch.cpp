@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SIM-switch override entries, the special-edition properties, the media path
 // bind and the boot logo copy.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Switch-key lookups: map files that translate keys between schemes, the old
 // NV and SSV identities, and the first switch key derived from them.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The library's fixed paths: files and directories that several parts of the
 // library share. Tools and fuzz targets that lay out or check a device take
 // them from here, so that they never drift from what the library reads.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // System property reads as the library does them: through property_get into a
 // buffer of the platform's value limit, so values are at most 91 bytes.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Property-file machinery and file helpers of the extension library.
 #pragma once
 

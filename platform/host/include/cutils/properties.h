@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /*
  * Host stand-in for Android's <cutils/properties.h>: the same C API, served
  * by the process-wide property store of libhostplatform.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The host's system property store: one map guarded by one mutex, shared by
 // the cutils API (property_get/property_set) and by libbase's property
 // functions as the extension library sees them, so that a value set through

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /*
  * Host stand-in for libselinux's <selinux/android.h>: the host has no SELinux
  * policy, so relabelling succeeds without changing anything.
