@@ -8,6 +8,7 @@ packages=(
   build-essential cmake          # compilers, make, CMake 3.25
   binutils                       # nm, for the exported-symbol check
   android-libbase-dev android-liblog-dev libfmt-dev  # Android's base library and logger
+  android-libselinux-dev         # the simulator's property-contexts check (libselinux's backend)
   libgtest-dev libgmock-dev      # the test suite
   libbenchmark-dev               # bench/
   clang libclang-rt-14-dev       # libFuzzer targets

@@ -104,7 +104,11 @@ TEST_F(SimulatorTest, CommandsOnTheExampleDevices) {
                    "+ persist.sys.province=guangdong\n", "- persist.sys.cota.feature=1\n"}},
                  {"diff birch-cn birch-cn", 0, {"0 added, 0 removed, 0 changed\n"}},
                  {"lint alder-eu", 0, {"alder-eu: 0 error(s), 0 warning(s)\n"}},
-                 {"lint birch-cn", 0, {"birch-cn: 0 error(s), 0 warning(s)\n"}}}) {
+                 // The bool property its carrier file gives "yes".
+                 {"lint birch-cn",
+                  1,
+                  {"first.prop: error: init refuses persist.sys.zelva.volte.enabled=yes: ",
+                   "birch-cn: 1 error(s), 0 warning(s)\n"}}}) {
         const SimRun run = Sim(row.args);
         EXPECT_EQ(run.status, row.status) << row.args << ": " << run.err;
         EXPECT_THAT(run.out, Holds(row.output)) << row.args;

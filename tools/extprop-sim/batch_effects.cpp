@@ -3,33 +3,33 @@
 
 #include <algorithm>
 
-#include <android-base/strings.h>
+#include <optional>
+
+#include "init_sink.h"
 
 namespace extprop_sim {
 namespace {
 
-// Sets a property as the host's store does: an empty value clears it, and a
-// value of 92 bytes or more is refused outside "ro.".
-Effect Apply(PropertyMap* store, const std::string& name, const std::string& value) {
+// Sets a property as the host's store does: an empty value clears it.
+Effect Apply(PropertyMap* store, const std::string& name, const std::string& value,
+             const std::optional<std::string>& refusal = std::nullopt) {
     // One lookup per entry: a batch can hold every line of a large build.prop.
     auto it = store->lower_bound(name);
     const bool present = it != store->end() && it->first == name;
     const std::string before = present ? it->second : "";
-    if (value.size() >= 92 && !android::base::StartsWith(name, "ro.")) {
-        return {Effect::kRefused, before};
-    }
+    if (refusal) return {Effect::kRefused, before, *refusal};
     if (value.empty()) {
-        if (!present) return {Effect::kSame, ""};
+        if (!present) return {Effect::kSame, "", ""};
         store->erase(it);
-        return {Effect::kCleared, before};
+        return {Effect::kCleared, before, ""};
     }
     if (!present) {
         store->emplace_hint(it, name, value);
-        return {Effect::kNew, ""};
+        return {Effect::kNew, "", ""};
     }
-    if (before == value) return {Effect::kSame, before};
+    if (before == value) return {Effect::kSame, before, ""};
     it->second = value;
-    return {Effect::kChanged, before};
+    return {Effect::kChanged, before, ""};
 }
 
 }  // namespace
@@ -48,8 +48,10 @@ std::vector<BatchEffects> ReplayBatches(const BootConfig& config, const BootResu
         }
         BatchEffects& batch_effects = effects.emplace_back();
         batch_effects.reserve(batch.props.size());
+        const size_t number = effects.size() - 1;
         for (const auto& [name, value] : batch.props) {
-            batch_effects.push_back(Apply(&store, name, value));
+            batch_effects.push_back(
+                    Apply(&store, name, value, RefusalOf(result.outcome, number, name)));
         }
     }
     return effects;

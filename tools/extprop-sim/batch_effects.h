@@ -14,6 +14,7 @@ namespace extprop_sim {
 struct Effect {
     enum What { kNew, kChanged, kSame, kCleared, kRefused } what;
     std::string before;  // the value the entry replaced or cleared
+    std::string reason;  // why init refused it
 };
 
 // One effect per entry of a batch, in the batch's (name) order.
@@ -21,7 +22,8 @@ using BatchEffects = std::vector<Effect>;
 
 // The effect of each entry of each batch of |result|, in batch order. The
 // store starts with the seeded properties and takes the script's setprop
-// steps; what the library sets itself is not seen.
+// steps; what the library sets itself is not seen. Refusals are init's, as
+// the device reported them.
 std::vector<BatchEffects> ReplayBatches(const BootConfig& config, const BootResult& result);
 
 }  // namespace extprop_sim

@@ -18,6 +18,7 @@
 #include "IInitExtensionProperty.h"
 #include "build_config.h"
 #include "hostplatform/property_store.h"
+#include "init_sink.h"
 #include "option_file.h"
 
 namespace extprop_sim {
@@ -78,9 +79,9 @@ bool WaitForProperty(const std::string& name, const std::string& value,
 }
 
 void CallSlot(const Step& step, IInitExtensionProperty* object, sandbox::Context& ctx,
-              const std::string& note_key) {
+              InitSink& init, const std::string& note_key) {
     const std::vector<std::string>& a = step.args;
-    const sandbox::Sink sink = ctx.sink();
+    const sandbox::Sink sink = init.sink();
     android::init::PropertyMap map;
     switch (step.slot) {
         case 2:
@@ -137,11 +138,11 @@ void CotaBootSession(sandbox::Context& ctx, const std::string& note_key) {
 }
 
 void ExecuteStep(const Step& step, IInitExtensionProperty* object, sandbox::Context& ctx,
-                 const std::string& note_key) {
+                 InitSink& init, const std::string& note_key) {
     const std::vector<std::string>& a = step.args;
     switch (step.kind) {
         case Step::Kind::kSlot:
-            CallSlot(step, object, ctx, note_key);
+            CallSlot(step, object, ctx, init, note_key);
             break;
         case Step::Kind::kSetProp:
             hostplatform::SetProperty(a[0], a[1]);
@@ -165,29 +166,10 @@ void ExecuteStep(const Step& step, IInitExtensionProperty* object, sandbox::Cont
         case Step::Kind::kCotaBoot:
             CotaBootSession(ctx, note_key);
             break;
+        case Step::Kind::kHost:
+            init.SetHost(*ParseHostMode(a[0]));
+            break;
     }
-}
-
-// Splits a script line into words; "quoted text" is one word.
-std::vector<std::string> SplitWords(const std::string& line) {
-    std::vector<std::string> words;
-    std::string word;
-    bool quoted = false, in_word = false;
-    for (char c : line) {
-        if (c == '"') {
-            quoted = !quoted;
-            in_word = true;
-        } else if (!quoted && (c == ' ' || c == '\t')) {
-            if (in_word) words.push_back(word);
-            word.clear();
-            in_word = false;
-        } else {
-            word.push_back(c);
-            in_word = true;
-        }
-    }
-    if (in_word) words.push_back(word);
-    return words;
 }
 
 }  // namespace
@@ -195,6 +177,11 @@ std::vector<std::string> SplitWords(const std::string& line) {
 std::string OperationName(int slot) {
     const SlotInfo* info = FindSlot(slot);
     return info != nullptr ? info->operation : "";
+}
+
+size_t SlotArgCount(int slot) {
+    const SlotInfo* info = FindSlot(slot);
+    return info != nullptr ? info->args : 0;
 }
 
 int SlotOf(const std::string& name, size_t arg_count) {
@@ -227,6 +214,9 @@ std::string Step::Describe() const {
         case Kind::kCotaBoot:
             text = "cota-boot";
             break;
+        case Kind::kHost:
+            text = "host";
+            break;
     }
     for (const std::string& arg : args) text += " " + (arg.empty() ? "\"\"" : arg);
     return text;
@@ -248,77 +238,6 @@ std::vector<Step> DefaultBootSteps() {
             {K::kSlot, 12, {"check_mount"}},
             {K::kCotaBoot, -1, {}},
     };
-}
-
-bool ParseScript(const std::string& text, std::vector<Step>* steps, std::string* error) {
-    std::istringstream in(text);
-    std::string line;
-    for (int number = 1; std::getline(in, line); ++number) {
-        std::vector<std::string> words = SplitWords(android::base::Trim(line));
-        if (words.empty() || words[0][0] == '#') continue;
-        const std::string where = "line " + std::to_string(number) + ": ";
-        const std::string verb = words[0];
-        std::vector<std::string> args(words.begin() + 1, words.end());
-        Step step{Step::Kind::kSlot, -1, args};
-        auto need = [&](size_t min, size_t max) {
-            if (args.size() >= min && args.size() <= max) return true;
-            *error = where + verb + " takes " +
-                     (min == max ? std::to_string(min)
-                                 : std::to_string(min) + " to " + std::to_string(max)) +
-                     " argument(s)";
-            return false;
-        };
-        if (verb == "setprop") {
-            if (!need(2, 2)) return false;
-            step.kind = Step::Kind::kSetProp;
-        } else if (verb == "sleep") {
-            int ms;
-            if (!need(1, 1)) return false;
-            if (!android::base::ParseInt(args[0], &ms, 0)) {
-                *error = where + "sleep needs milliseconds, not '" + args[0] + "'";
-                return false;
-            }
-            step.kind = Step::Kind::kSleep;
-        } else if (verb == "write") {
-            if (!need(2, 2)) return false;
-            step.kind = Step::Kind::kWrite;
-            step.args[1] = android::base::StringReplace(args[1], "\\n", "\n", true);
-        } else if (verb == "wait-prop") {
-            if (!need(2, 3)) return false;
-            step.kind = Step::Kind::kWaitProp;
-        } else if (verb == "wait-log") {
-            if (!need(1, 2)) return false;
-            step.kind = Step::Kind::kWaitLog;
-        } else if (verb == "cota-boot") {
-            if (!need(0, 0)) return false;
-            step.kind = Step::Kind::kCotaBoot;
-        } else {
-            int slot = -1;
-            if (verb == "slot") {
-                if (args.empty() || !android::base::ParseInt(args[0], &slot) ||
-                    FindSlot(slot) == nullptr) {
-                    *error = where + "slot needs a slot number from 2 to 12";
-                    return false;
-                }
-                step.args.erase(step.args.begin());
-            } else {
-                slot = SlotOf(verb, args.size());
-                if (slot < 0) {
-                    *error = where + "unknown step '" + verb + "' with " +
-                             std::to_string(args.size()) + " argument(s)";
-                    return false;
-                }
-            }
-            if (step.args.size() != FindSlot(slot)->args) {
-                *error = where + "slot " + std::to_string(slot) + " (" + OperationName(slot) +
-                         ") takes " + std::to_string(FindSlot(slot)->args) + " argument(s)";
-                return false;
-            }
-            step.slot = slot;
-        }
-        steps->push_back(std::move(step));
-    }
-    return true;
 }
 
 bool ReadPropsFile(const std::string& path, PropertyMap* props, std::string* error) {
@@ -367,6 +286,17 @@ BootResult RunBoot(const BootConfig& config) {
         return result;
     }
 
+    // A failure shows only when the device holds property contexts.
+    (void)LoadAndroidSelinux();
+    UseUtf8Locale();
+    InitSetup init = config.init;
+    if (auto legal = LibraryLegalityChecks(handle); legal.ok()) {
+        init.legal = *legal;
+    } else {
+        result.error = legal.error().message();
+        return result;
+    }
+
     std::string error;
     std::unique_ptr<sandbox::ScratchRoot> root =
             sandbox::ScratchRoot::Create(sandbox::DeviceTree().CopyFrom(config.tree), &error);
@@ -384,21 +314,25 @@ BootResult RunBoot(const BootConfig& config) {
     options.echo_logs = config.echo_logs;
     options.min_severity = config.verbose ? android::base::VERBOSE : android::base::INFO;
     options.capture_tree = false;
+    options.apply_batches = false;  // init's rules set them, in the device
     options.timeout = std::chrono::minutes(10);
 
     const std::vector<Step>& steps = config.steps;
     result.outcome = sandbox::Run(*root, options, [&](sandbox::Context& ctx) {
         if (config.before_steps) config.before_steps(ctx);
+        InitSink init_sink(ctx, init);
+        if (!init_sink.ready()) return;
         ctx.SetStep("factory");
         IInitExtensionProperty* object = factory(kLibraryName);
         for (size_t i = 0; i < steps.size(); ++i) {
             ctx.SetStep(std::to_string(i));
-            ExecuteStep(steps[i], object, ctx, std::to_string(i));
+            ExecuteStep(steps[i], object, ctx, init_sink, std::to_string(i));
             if (config.after_step) config.after_step(ctx, i);
         }
         ctx.SetStep("end");
     });
     if (!result.outcome.Completed()) result.error = result.outcome.Describe();
+    if (auto contexts = ContextsError(result.outcome)) result.error = *contexts;
     return result;
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "init_sink.h"
 #include "sandbox.h"
 
 namespace extprop_sim {
@@ -25,6 +26,7 @@ struct Step {
         kWaitProp,  // wait-prop NAME VALUE [MS]
         kWaitLog,   // wait-log TEXT [MS]
         kCotaBoot,  // cota-boot: the COTA service's boot requests to the bind thread
+        kHost,      // host vendor|aosp: the init rules from here on
     };
     Kind kind;
     int slot = -1;
@@ -39,6 +41,8 @@ std::string OperationName(int slot);
 // The slot of an operation name or "slot N" number; -1 if unknown. Overloaded
 // operations take their slot from the argument count.
 int SlotOf(const std::string& name, size_t arg_count);
+// The string arguments an operation's slot takes in a script.
+size_t SlotArgCount(int slot);
 
 // What init does at boot with the library, in the order of its boot points.
 std::vector<Step> DefaultBootSteps();
@@ -56,6 +60,9 @@ struct BootConfig {
     bool echo_logs = false;  // the library's log on stderr as it happens
     bool verbose = false;    // VERBOSE records too
     bool keep_root = false;
+    // The init that receives the batches; its legality checks are taken from
+    // the library when the boot loads it.
+    InitSetup init;
     // Runs inside the device before the object is made.
     std::function<void(sandbox::Context& ctx)> before_steps;
     // Runs inside the device after each step, with the step's index: a look at

@@ -18,11 +18,13 @@ bool TakeBootOption(const Args& args, size_t* i, BootOptions* options, std::stri
         options->verbose = true;
         return true;
     }
-    std::string* out = arg == "--root"     ? &options->tree
-                       : arg == "--props"  ? &options->props_file
-                       : arg == "--script" ? &options->script_file
-                       : arg == "--lib"    ? &options->library
-                                           : nullptr;
+    std::string* out = arg == "--root"                ? &options->tree
+                       : arg == "--props"             ? &options->props_file
+                       : arg == "--script"            ? &options->script_file
+                       : arg == "--lib"               ? &options->library
+                       : arg == "--host"              ? &options->host
+                       : arg == "--property-contexts" ? &options->property_contexts.emplace_back()
+                                                      : nullptr;
     if (out == nullptr) return false;
     if (*i + 1 == args.size() || args[*i + 1].empty()) {
         *error = arg + " needs a value";
@@ -48,6 +50,20 @@ bool MakeBootConfig(const BootOptions& options, BootConfig* config, std::string*
     config->library = options.library;
     config->verbose = options.verbose;
     config->steps = DefaultBootSteps();
+    if (auto host = ParseHostMode(options.host)) {
+        config->init.host = *host;
+    } else {
+        *error = "--host is vendor or aosp, not '" + options.host + "'";
+        return false;
+    }
+    for (const std::string& file : options.property_contexts) {
+        auto content = ReadOptionFile(file);
+        if (!content.ok()) {
+            *error = content.error().message();
+            return false;
+        }
+        config->init.contexts_files.push_back({file, *content});
+    }
     if (!options.props_file.empty() &&
         !ReadPropsFile(options.props_file, &config->properties, error)) {
         return false;

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // The options that every booting command shares (--root, --props, --script,
-// --lib, -v) and the boot they describe.
+// --lib, -v, --host, --property-contexts) and the boot they describe.
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "boot.h"
 #include "commands.h"
@@ -16,6 +17,8 @@ struct BootOptions {
     std::string script_file;
     std::string library = DefaultLibraryPath();
     bool verbose = false;
+    std::string host = "vendor";                 // --host vendor|aosp
+    std::vector<std::string> property_contexts;  // --property-contexts FILE, repeatable
 };
 
 // Takes args[*i] (and its value, advancing *i) when it is a boot option.

@@ -21,6 +21,7 @@
 #include "boot_options.h"
 #include "commands.h"
 #include "file_history.h"
+#include "init_sink.h"
 #include "printable.h"
 #include "utils.h"
 
@@ -132,6 +133,7 @@ int ExplainCommand(const Args& args) {
     BootConfig config;
     if (!MakeBootConfig(options, &config, &error)) return Fail(error);
     config.verbose = true;  // the parser's "Loading properties" records
+    config.init.context_of = name;
     LoadedFiles loaded(name);
     config.echo_logs = true;  // into the memory file of |loaded|, in the device
     config.before_steps = [&loaded](sandbox::Context& ctx) {
@@ -149,7 +151,12 @@ int ExplainCommand(const Args& args) {
     std::vector<Definition> definitions = LoadedDefinitions(outcome, name);
     AttributeOverrides(outcome, name, &definitions);
 
-    std::string out = Printable(name) + " through the boot of " + Printable(config.tree) + "\n";
+    const std::string host = HostModeName(config.init.host);
+    std::string out = Printable(name) + " through the boot of " + Printable(config.tree) + " (" +
+                      host + " init)\n";
+    out += "SELinux property context: " +
+           Printable(ContextOfNamed(outcome).value_or("not checked, " + ContextsInUse(outcome))) +
+           "\n";
     if (auto seeded = config.properties.find(name); seeded != config.properties.end()) {
         out += "Seeded by --props " + Printable(options.props_file) + ": " + Quote(seeded->second) +
                "\n";
@@ -166,20 +173,37 @@ int ExplainCommand(const Args& args) {
         out += "\n";
     }
     bool carried = false;
-    for (const sandbox::Batch& batch : outcome.batches) {
+    std::optional<std::string> accepted;  // the last value init set from a batch
+    size_t refused = 0;
+    for (size_t b = 0; b < outcome.batches.size(); ++b) {
+        const sandbox::Batch& batch = outcome.batches[b];
         auto it = batch.props.find(name);
         if (it == batch.props.end()) continue;
-        if (!carried) out += "Batches that carried it:\n";
+        if (!carried) out += "Batches that carried it, and what " + host + " init did:\n";
         carried = true;
+        const auto refusal = RefusalOf(outcome, b, name);
         out += "  " + StepText(result, batch.step) + ", " +
                (batch.kind == kFilledMapKind ? "map" : "kind " + std::to_string(batch.kind)) +
-               ": " + Quote(it->second) + "\n";
+               ": " + Quote(it->second) +
+               (refusal ? ", refused: " + Printable(*refusal) : ", set") + "\n";
+        if (refusal) {
+            ++refused;
+        } else {
+            accepted = it->second;
+        }
     }
     if (!carried) out += "No batch carried it.\n";
+    if (refused != 0) {
+        out += "Init refused " + std::to_string(refused) + " of the values handed over; " +
+               (accepted ? "the last it set was " + Quote(*accepted) : "it set none of them") +
+               ".\n";
+    }
+
     auto final_value = outcome.properties.find(name);
     out += final_value == outcome.properties.end()
                    ? "Unset after boot.\n"
                    : "Value after boot: " + Quote(final_value->second) + "\n";
+
     fwrite(out.data(), 1, out.size(), stdout);
     const bool known = carried || !definitions.empty() || final_value != outcome.properties.end();
     return known ? kExitOk : kExitFindings;

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "init_rules.h"
+
 namespace extprop_sim {
 
 // Lint runs inside the device root, so its paths are device paths.
@@ -22,6 +24,10 @@ struct LintContext {
     std::vector<Finding> findings;
     std::set<std::string> checked;     // files (with their filter) already checked
     std::vector<std::string> loading;  // files being checked, importer first
+    InitRules rules;                   // what init refuses of the files' properties
+    // Off for files the library reads for itself (maps, keys, requests): their
+    // names never reach init, so only the legality checks apply.
+    bool handed_to_init = true;
 
     void Error(const std::string& path, const std::string& problem);
     void Warning(const std::string& path, const std::string& problem);
@@ -29,7 +35,7 @@ struct LintContext {
 
 // Checks one property file, as the parser would read it with
 // |filter| (null: none, imports followed): a final symbolic link or an
-// unreadable file, illegal names and values, and imports that can't be
+// unreadable file, properties init would refuse, and imports that can't be
 // expanded, name no file or form a cycle. A missing file is not a finding.
 void LintPropertyFile(LintContext* ctx, const std::string& path, const char* filter = nullptr);
 

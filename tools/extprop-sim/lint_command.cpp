@@ -16,7 +16,9 @@
 #include "boot.h"
 #include "commands.h"
 #include "hostplatform/property_store.h"
+#include "init_sink.h"
 #include "lint.h"
+#include "option_file.h"
 #include "printable.h"
 #include "sandbox.h"
 #include "utils.h"
@@ -24,12 +26,18 @@
 namespace extprop_sim {
 namespace {
 
-// Data-partition overrides, switch-key files, COTA request files and the
-// special-edition file: read at fixed paths.
-constexpr const char* kFixedFiles[] = {
+// Data-partition overrides and the special-edition file, read at fixed
+// paths and handed to init.
+constexpr const char* kFixedPropertyFiles[] = {
         "/data/system/customize/cloud-config/data_cloud_prop_file.prop",
         "/data/system/customize/empty_appchannel_prop_file.prop",
         "/data/system/customize/data_common_prop_file.prop",
+        "/my_company/etc/build.prop",
+};
+
+// Switch-key files and COTA request files: read at fixed paths by the
+// library for itself.
+constexpr const char* kFixedKeyFiles[] = {
         "/data/system/customize/sim_switch/sim_switch_first_file",
         "/data/system/customize/sim_switch/sim_switch_current_file",
         "/data/system/customize/sim_switch/region_switch_file",
@@ -44,17 +52,23 @@ constexpr const char* kFixedFiles[] = {
         "/mnt/vendor/zelvareserve/system/flag/flashback.cfg",
         "/data/cota/cota_mount_info.prop",
         "/data/cota/cota_module_info.prop",
-        "/my_company/etc/build.prop",
 };
 
 // Inside the device root: every path below is a device path, and every
 // symbolic link, absolute ones and loops included, resolves as the library
 // meets it at boot. Each finding goes back as one batch of kind 0 (error) or
 // 1 (warning) holding its path and problem.
-void LintInDevice(sandbox::Context& device, const PropertyMap& seeded) {
-    // Values are checked as init checks them, in UTF-8.
-    if (setlocale(LC_CTYPE, "C.UTF-8") == nullptr) setlocale(LC_CTYPE, "");
+void LintInDevice(sandbox::Context& device, const PropertyMap& seeded,
+                  const std::vector<ContextsFile>& given_contexts) {
     LintContext ctx;
+    // The library's checks, from the same sources as the one boot loads.
+    ctx.rules.legal = {&IsLegalPropertyName, &IsLegalPropertyValue};
+    auto contexts = LoadDeviceContexts(given_contexts, true);
+    if (contexts.ok()) {
+        ctx.rules.contexts = contexts->get();
+    } else {
+        ctx.Error("", "property contexts: " + contexts.error().message());
+    }
     for (const std::string& dir : LintCustomizationDirs(&ctx)) {
         char resolved[PATH_MAX];
         if (realpath(dir.c_str(), resolved) == nullptr) {
@@ -77,7 +91,9 @@ void LintInDevice(sandbox::Context& device, const PropertyMap& seeded) {
     LintPartitionFiles(&ctx);
     LintPropertySets(&ctx);
     LintMapFiles(&ctx);
-    for (const char* file : kFixedFiles) LintPropertyFile(&ctx, file);
+    for (const char* file : kFixedPropertyFiles) LintPropertyFile(&ctx, file);
+    ctx.handed_to_init = false;
+    for (const char* file : kFixedKeyFiles) LintPropertyFile(&ctx, file);
     const sandbox::Sink sink = device.sink();
     for (const LintContext::Finding& finding : ctx.findings) {
         sink(finding.error ? 0 : 1, {{"path", finding.path}, {"problem", finding.problem}});
@@ -88,10 +104,16 @@ void LintInDevice(sandbox::Context& device, const PropertyMap& seeded) {
 
 int LintCommand(const Args& args) {
     std::string tree, props_file;
+    std::vector<std::string> contexts_files;
     for (size_t i = 0; i < args.size(); ++i) {
         if (args[i] == "--props") {
             if (i + 1 == args.size() || args[i + 1].empty()) return Fail("--props needs a value");
             props_file = args[++i];
+        } else if (args[i] == "--property-contexts") {
+            if (i + 1 == args.size() || args[i + 1].empty()) {
+                return Fail("--property-contexts needs a value");
+            }
+            contexts_files.push_back(args[++i]);
         } else if (!args[i].empty() && args[i][0] == '-') {
             return Fail("unknown option '" + args[i] + "' for lint");
         } else if (tree.empty()) {
@@ -109,15 +131,24 @@ int LintCommand(const Args& args) {
     PropertyMap seeded;
     std::string error;
     if (!props_file.empty() && !ReadPropsFile(props_file, &seeded, &error)) return Fail(error);
+    std::vector<ContextsFile> given_contexts;
+    for (const std::string& file : contexts_files) {
+        auto content = ReadOptionFile(file);
+        if (!content.ok()) return Fail(content.error().message());
+        given_contexts.push_back({file, *content});
+    }
 
+    // Now: the device root has no host libraries nor locales.
+    (void)LoadAndroidSelinux();
+    UseUtf8Locale();
     sandbox::Options options;
     options.apply_batches = false;
     options.capture_tree = false;
     // The parser's own warnings are not findings.
     options.min_severity = android::base::FATAL_WITHOUT_ABORT;
-    const sandbox::Outcome outcome =
-            sandbox::Run(sandbox::DeviceTree().CopyFrom(tree), options,
-                         [&seeded](sandbox::Context& device) { LintInDevice(device, seeded); });
+    const sandbox::Outcome outcome = sandbox::Run(
+            sandbox::DeviceTree().CopyFrom(tree), options,
+            [&](sandbox::Context& device) { LintInDevice(device, seeded, given_contexts); });
     if (!outcome.Completed()) return Fail("cannot read " + tree + ": " + outcome.Describe());
 
     size_t errors = 0, warnings = 0;

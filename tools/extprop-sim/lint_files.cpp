@@ -82,10 +82,16 @@ void LintPropertyFile(LintContext* ctx, const std::string& path, const char* fil
     load_properties_from_file_without_se(path.c_str(), filter != nullptr ? filter : "*", &props);
     for (const auto& [name, value] : props) {
         if (filter == nullptr && android::base::StartsWith(name, kImport)) continue;
-        if (!IsLegalPropertyName(name)) {
+        // The file alone: whether another file set an "ro." name first is
+        // for a boot to tell.
+        InitRules rules = ctx->rules;
+        if (!ctx->handed_to_init) rules.contexts = nullptr;
+        const auto refusal = InitRefusal(rules, name, value, std::nullopt);
+        if (!refusal) continue;
+        if (!ctx->rules.legal.name(name)) {
             ctx->Error(path, "illegal property name '" + name + "'");
-        } else if (auto legal = IsLegalPropertyValue(name, value); !legal.ok()) {
-            ctx->Error(path, "illegal value of '" + name + "': " + legal.error().message());
+        } else {
+            ctx->Error(path, "init refuses " + name + "=" + value + ": " + *refusal);
         }
     }
     if (filter != nullptr) return;

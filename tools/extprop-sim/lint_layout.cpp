@@ -124,7 +124,9 @@ void LintMapFiles(LintContext* ctx) {
     for (const std::string& dir : ctx->dirs) {
         for (const char* map_file : kMapFiles) {
             const std::string path = dir + "/etc/" + map_file;
+            ctx->handed_to_init = false;
             LintPropertyFile(ctx, path);
+            ctx->handed_to_init = true;
             PropertyMap map;  // a map file the library can't read maps nothing
             if (!Exists(path) || !load_properties_from_file_without_se(path.c_str(), "*", &map)) {
                 continue;

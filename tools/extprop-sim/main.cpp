@@ -20,23 +20,25 @@ Usage:
       runs init's boot sequence (or the steps
       of --script), setting every batch the way init does. Prints each batch with
       its slot, operation and kind, marking what each entry did to the property
-      store (+ new, ~ changed, = already set, - cleared, ! refused) and its value
-      after boot when a later batch changed it; then the properties after boot.
+      store (+ new, ~ changed, = already set, - cleared, ! refused by init, with
+      the reason) and its value after boot when a later batch changed it; then
+      the properties after boot. A refusal is reported, not an error: exit 0.
       The library's log goes to stderr; --json prints one JSON document instead.
   extprop-sim explain NAME --root DIR [BOOT OPTIONS]
       Boots like boot and tells the story of one property: the --props value it
       started with, every file that set it (with the step that loaded the file and
-      the values it overrode), every batch that carried it, and its value after
-      boot. Exit status 1 when the property plays no part in the boot.
+      the values it overrode), every batch that carried it and whether init set
+      or refused it, its SELinux context, and its value after boot. Exit status 1 when the property plays no part in the boot.
   extprop-sim diff TREE_A TREE_B [BOOT OPTIONS] [--props-b FILE]
       Boots both trees (--props seeds both unless --props-b gives B its own) and
       prints the properties whose values after boot differ: - only in A, + only
       in B, ~ changed. Exit status 0 when they are the same, 1 when they differ.
-  extprop-sim lint TREE [--props FILE]
+  extprop-sim lint TREE [--props FILE] [--property-contexts FILE]...
       Reads the tree as the library will, inside the device root (links resolve
       within the tree, a loop is an error), and reports, one "path: severity:
-      problem" line each, what would silently go wrong at boot: illegal names or
-      values in any property file the library reads, imports that can't be
+      problem" line each, what would silently go wrong at boot: properties init
+      would refuse (illegal names or values, no SELinux context, a value not of
+      the context's type) in any property file the library reads, imports that can't be
       expanded (with the tree's and --props' properties) or name no file, files
       that are symbolic links or unreadable, property sets no key can select,
       map file entries whose target key selects nothing, an unknown brand or a
@@ -56,6 +58,11 @@ Boot options:
   --lib PATH     the library to load (default: )" EXTPROP_SIM_DEFAULT_LIBRARY R"(
                  from this program's directory)
   -v, --verbose  the library's VERBOSE records too
+  --host vendor|aosp   the init that receives the batches: vendor (default) also
+                 sets late ro. values; aosp refuses an ro. property already set
+  --property-contexts FILE   SELinux property contexts (repeatable), besides
+                 the tree's /system, /system_ext, /product, /vendor and /odm
+                 etc/selinux/*_property_contexts; none at all: no context check
 
 Script steps, one a line (# starts a comment):
   slot N [ARGS...]  or an operation name with its arguments, e.g.
@@ -63,6 +70,7 @@ Script steps, one a line (# starts a comment):
   setprop NAME VALUE        sleep MS          write PATH TEXT   (\n: line feed)
   wait-prop NAME VALUE [MS] wait-log TEXT [MS]
   cota-boot                 the COTA service's boot requests to the bind thread
+  host vendor|aosp          init's rules from this step on
 
 Option files (--props, --script, parse FILE) may be files, FIFOs, /dev/stdin or
 links; more than 16 MiB, or a FIFO silent for 5 s, is an error. Text output

@@ -2,6 +2,7 @@
 #include "report.h"
 
 #include "batch_effects.h"
+#include "init_sink.h"
 #include "json.h"
 #include "printable.h"
 
@@ -30,7 +31,8 @@ std::string BatchText(const sandbox::Batch& batch, const BatchEffects& effects,
         if (effect.what == Effect::kChanged || effect.what == Effect::kCleared) {
             lines += "  (was " + Printable(effect.before) + ")";
         }
-        if (effect.what == Effect::kRefused) lines += "  (refused: value too long)";
+        if (effect.what == Effect::kRefused)
+            lines += "  (refused: " + Printable(effect.reason) + ")";
         auto final_value = final_store.find(name);
         const std::string left = effect.what == Effect::kRefused ? effect.before : value;
         if (final_value == final_store.end() ? !left.empty() : final_value->second != left) {
@@ -69,8 +71,10 @@ std::string BootReportText(const BootConfig& config, const BootResult& result) {
     const sandbox::Outcome& outcome = result.outcome;
     const auto effects = ReplayBatches(config, result);
     std::string out = "Booted " + Printable(config.tree) + " with " + Printable(config.library) +
-                      "\nBatch entries: + new, ~ changed, = already set, - cleared, ! refused;"
-                      " (final: ...) when the property ends the boot otherwise.\n";
+                      "\nInit: " + HostModeName(config.init.host) +
+                      " host; property contexts: " + Printable(ContextsInUse(outcome)) +
+                      "\nBatch entries: + new, ~ changed, = already set, - cleared, ! refused by"
+                      " init; (final: ...) when the property ends the boot otherwise.\n";
     for (size_t i = 0; i < result.steps.size(); ++i) {
         out += "\n== " + Printable(result.steps[i].Describe()) + "\n";
         for (size_t b = 0; b < outcome.batches.size(); ++b) {
@@ -93,6 +97,8 @@ std::string BootReportJson(const BootConfig& config, const BootResult& result) {
     const auto effects = ReplayBatches(config, result);
     std::string out = "{\n  \"tree\": " + JsonString(config.tree) +
                       ",\n  \"library\": " + JsonString(config.library) +
+                      ",\n  \"host\": " + JsonString(HostModeName(config.init.host)) +
+                      ",\n  \"property_contexts\": " + JsonString(ContextsInUse(outcome)) +
                       ",\n  \"seeded\": " + JsonObject(config.properties, "  ") +
                       ",\n  \"steps\": [";
     for (size_t i = 0; i < result.steps.size(); ++i) {
@@ -129,7 +135,15 @@ std::string BootReportJson(const BootConfig& config, const BootResult& result) {
         out += batch.kind == kFilledMapKind ? ", \"kind\": null, \"filled_map\": true"
                                             : ", \"kind\": " + std::to_string(batch.kind);
         out += ", \"changed\": " + JsonNames(batch.props, effects[b]);
-        out += ", \"properties\": " + JsonObject(batch.props, "    ") + "}";
+        PropertyMap refused;
+        size_t entry = 0;
+        for (const auto& [name, value] : batch.props) {
+            const Effect& effect = effects[b][entry++];
+            if (effect.what == Effect::kRefused) refused[name] = effect.reason;
+        }
+
+        out += ", \"properties\": " + JsonObject(batch.props, "    ");
+        out += ", \"refused\": " + JsonObject(refused, "    ") + "}";
     }
     out += "\n  ],\n  \"properties\": " + JsonObject(outcome.properties, "  ");
     out += ",\n  \"log\": [";
