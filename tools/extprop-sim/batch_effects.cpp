@@ -5,6 +5,7 @@
 
 #include <optional>
 
+#include "boot_sequence.h"
 #include "init_sink.h"
 
 namespace extprop_sim {
@@ -45,6 +46,10 @@ std::vector<BatchEffects> ReplayBatches(const BootConfig& config, const BootResu
         for (; index > 0 && replayed < std::min<size_t>(index, result.steps.size()); ++replayed) {
             const Step& step = result.steps[replayed];
             if (step.kind == Step::Kind::kSetProp) Apply(&store, step.args[0], step.args[1]);
+            if (step.kind == Step::Kind::kSimSwitch) {
+                Apply(&store, kSimSwitchCurrentProperty, step.args[0]);
+            }
+            if (StartsBoot(step)) store = PropertiesAtBoot(config.properties, store, &step);
         }
         BatchEffects& batch_effects = effects.emplace_back();
         batch_effects.reserve(batch.props.size());

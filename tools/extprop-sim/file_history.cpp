@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstring>
 
 #include <android-base/file.h>
@@ -55,6 +56,19 @@ std::optional<std::string> LoadedFiles::Content(const sandbox::Outcome& outcome,
     auto it = outcome.notes.find(LoadKey(load));
     if (it == outcome.notes.end()) return std::nullopt;
     return it->second;
+}
+
+void LoadedFiles::RenumberLoads(sandbox::PropertyMap* notes, size_t loads_before) {
+    sandbox::PropertyMap renumbered;
+    for (auto& [key, value] : *notes) {
+        size_t load;
+        if (sscanf(key.c_str(), "load %zu", &load) == 1 && key == LoadKey(load)) {
+            renumbered[LoadKey(load + loads_before)] = value;
+        } else {
+            renumbered[key] = value;
+        }
+    }
+    *notes = std::move(renumbered);
 }
 
 }  // namespace extprop_sim

@@ -38,6 +38,9 @@ class LoadedFiles {
     // |load|-th "Loading properties" record (from 0, in record order) as the
     // step that loaded it left it, or nullopt when it didn't mention the property.
     static std::optional<std::string> Content(const sandbox::Outcome& outcome, size_t load);
+    // Renumbers the files a later boot of a sequence noted (it counts from 0)
+    // to follow the |loads_before| records of the boots before it.
+    static void RenumberLoads(sandbox::PropertyMap* notes, size_t loads_before);
 
   private:
     const std::string name_;

@@ -5,6 +5,8 @@
 
 #include <cerrno>
 #include <clocale>
+#include <cstdlib>
+#include <cstring>
 
 #include <android-base/strings.h>
 
@@ -93,6 +95,21 @@ std::optional<std::string> RefusalOf(const sandbox::Outcome& outcome, size_t bat
     auto it = outcome.notes.find(kRefusalNote + std::to_string(batch) + " " + name);
     if (it == outcome.notes.end()) return std::nullopt;
     return it->second;
+}
+
+void RenumberRefusals(sandbox::PropertyMap* notes, size_t batches_before) {
+    sandbox::PropertyMap renumbered;
+    for (auto& [key, value] : *notes) {
+        size_t batch;
+        char* end = nullptr;
+        if (key.rfind(kRefusalNote, 0) == 0 &&
+            (batch = strtoul(key.c_str() + strlen(kRefusalNote), &end, 10), *end == ' ')) {
+            renumbered[kRefusalNote + std::to_string(batch + batches_before) + end] = value;
+        } else {
+            renumbered[key] = value;
+        }
+    }
+    *notes = std::move(renumbered);
 }
 
 std::string ContextsInUse(const sandbox::Outcome& outcome) {

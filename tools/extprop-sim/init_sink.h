@@ -63,6 +63,9 @@ class InitSink {
 // The reason entry |name| of batch |batch| was refused, or nullopt.
 std::optional<std::string> RefusalOf(const sandbox::Outcome& outcome, size_t batch,
                                      const std::string& name);
+// Renumbers the refusals a later boot of a sequence noted (its sink counts
+// from 0) to follow the |batches_before| batches of the boots before it.
+void RenumberRefusals(sandbox::PropertyMap* notes, size_t batches_before);
 // "off (...)" or the contexts files in use.
 std::string ContextsInUse(const sandbox::Outcome& outcome);
 // The context of InitSetup::context_of: "u:object_r:x:s0 (type bool)", "none",

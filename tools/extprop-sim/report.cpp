@@ -2,6 +2,7 @@
 #include "report.h"
 
 #include "batch_effects.h"
+#include "boot_sequence.h"
 #include "init_sink.h"
 #include "json.h"
 #include "printable.h"
@@ -75,7 +76,11 @@ std::string BootReportText(const BootConfig& config, const BootResult& result) {
                       " host; property contexts: " + Printable(ContextsInUse(outcome)) +
                       "\nBatch entries: + new, ~ changed, = already set, - cleared, ! refused by"
                       " init; (final: ...) when the property ends the boot otherwise.\n";
+    const std::vector<int> boots = BootNumbers(result.steps);
     for (size_t i = 0; i < result.steps.size(); ++i) {
+        if (boots.back() > 1 && (i == 0 || boots[i] != boots[i - 1])) {
+            out += "\n=== Boot " + std::to_string(boots[i]) + "\n";
+        }
         out += "\n== " + Printable(result.steps[i].Describe()) + "\n";
         for (size_t b = 0; b < outcome.batches.size(); ++b) {
             if (StepIndex(outcome.batches[b].step) != static_cast<int>(i)) continue;
@@ -101,11 +106,13 @@ std::string BootReportJson(const BootConfig& config, const BootResult& result) {
                       ",\n  \"property_contexts\": " + JsonString(ContextsInUse(outcome)) +
                       ",\n  \"seeded\": " + JsonObject(config.properties, "  ") +
                       ",\n  \"steps\": [";
+    const std::vector<int> boots = BootNumbers(result.steps);
     for (size_t i = 0; i < result.steps.size(); ++i) {
         const Step& step = result.steps[i];
         std::vector<std::string> args;
         for (const std::string& arg : step.args) args.push_back(JsonString(arg));
         out += std::string(i == 0 ? "\n" : ",\n") + "    {\"index\": " + std::to_string(i) +
+               ", \"boot\": " + std::to_string(boots[i]) +
                ", \"step\": " + JsonString(step.Describe());
         if (step.kind == Step::Kind::kSlot) {
             out += ", \"slot\": " + std::to_string(step.slot) +
