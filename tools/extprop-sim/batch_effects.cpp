@@ -35,7 +35,8 @@ Effect Apply(PropertyMap* store, const std::string& name, const std::string& val
 
 }  // namespace
 
-std::vector<BatchEffects> ReplayBatches(const BootConfig& config, const BootResult& result) {
+std::vector<BatchEffects> ReplayBatches(const BootConfig& config, const BootResult& result,
+                                        PropertyMap* store_before, size_t batch_to_stop) {
     PropertyMap store;
     for (const auto& [name, value] : config.properties) Apply(&store, name, value);
     std::vector<BatchEffects> effects;
@@ -50,6 +51,10 @@ std::vector<BatchEffects> ReplayBatches(const BootConfig& config, const BootResu
                 Apply(&store, kSimSwitchCurrentProperty, step.args[0]);
             }
             if (StartsBoot(step)) store = PropertiesAtBoot(config.properties, store, &step);
+        }
+        if (store_before != nullptr && effects.size() == batch_to_stop) {
+            *store_before = std::move(store);
+            return effects;
         }
         BatchEffects& batch_effects = effects.emplace_back();
         batch_effects.reserve(batch.props.size());

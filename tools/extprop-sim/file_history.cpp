@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -45,7 +46,9 @@ void LoadedFiles::CaptureAfterStep(sandbox::Context& ctx) {
         std::string content;
         // The parser doesn't follow a final symbolic link either.
         if (android::base::ReadFileToString(file, &content, false) &&
-            content.find(name_) != std::string::npos) {
+            std::any_of(names_.begin(), names_.end(), [&](const std::string& name) {
+                return content.find(name) != std::string::npos;
+            })) {
             ctx.Note(LoadKey(load), content);
         }
     }

@@ -15,6 +15,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "sandbox.h"
 
@@ -26,7 +27,9 @@ constexpr char kLoadedSuffix[] = " took ";
 
 class LoadedFiles {
   public:
-    explicit LoadedFiles(std::string name) : name_(std::move(name)) {}
+    explicit LoadedFiles(std::string name) : names_{std::move(name)} {}
+    // The files that mention |name| travel back too (the inputs of a derived value).
+    void AlsoFor(std::string name) { names_.push_back(std::move(name)); }
 
     // Inside the device, before the first step; needs the log echoed to stderr
     // at VERBOSE. Returns false when the echo can't be redirected.
@@ -43,7 +46,7 @@ class LoadedFiles {
     static void RenumberLoads(sandbox::PropertyMap* notes, size_t loads_before);
 
   private:
-    const std::string name_;
+    std::vector<std::string> names_;
     int fd_ = -1;
     off_t read_ = 0;       // bytes of the echo already looked at
     std::string partial_;  // an unfinished last line
