@@ -33,11 +33,11 @@ class BootSequenceTest : public testing::Test {
 };
 
 TEST_F(BootSequenceTest, RebootIsANewObjectThatKeepsDataReserveAndPersistProperties) {
-    const std::string tree =
-            Tree(sandbox::DeviceTree()
-                         .File("/system_ext/etc/build.prop", "ro.zelva.image.system_ext.brand=alder\n")
-                         .Dir("/data")
-                         .Dir("/mnt/vendor"));
+    const std::string tree = Tree(
+            sandbox::DeviceTree()
+                    .File("/system_ext/etc/build.prop", "ro.zelva.image.system_ext.brand=alder\n")
+                    .Dir("/data")
+                    .Dir("/mnt/vendor"));
     const ScriptFile script(R"(setprop persist.kept yes
 setprop sys.dropped yes
 write /data/note data
@@ -54,16 +54,16 @@ expect-file /mnt/vendor/zelvareserve/note reserve
     const ToolRun run = BootScript(tree, script);
     ASSERT_EQ(run.status, 0) << run.err;
     const auto report = nlohmann::json::parse(run.out);
-    EXPECT_THAT(StepsByBoot(report),
-                ElementsAre("boot 1: setprop persist.kept yes", "boot 1: setprop sys.dropped yes",
-                            "boot 1: write /data/note", "boot 1: write /mnt/vendor/zelvareserve/note",
-                            "boot 1: slot 6 loadPersistOverrideProperties",
-                            "boot 1: slot 6 loadPersistOverrideProperties", "boot 2: reboot",
-                            "boot 2: slot 6 loadPersistOverrideProperties",
-                            "boot 2: expect-prop persist.kept yes",
-                            "boot 2: expect-no-prop sys.dropped",
-                            "boot 2: expect-file /data/note data",
-                            "boot 2: expect-file /mnt/vendor/zelvareserve/note reserve"));
+    EXPECT_THAT(
+            StepsByBoot(report),
+            ElementsAre("boot 1: setprop persist.kept yes", "boot 1: setprop sys.dropped yes",
+                        "boot 1: write /data/note", "boot 1: write /mnt/vendor/zelvareserve/note",
+                        "boot 1: slot 6 loadPersistOverrideProperties",
+                        "boot 1: slot 6 loadPersistOverrideProperties", "boot 2: reboot",
+                        "boot 2: slot 6 loadPersistOverrideProperties",
+                        "boot 2: expect-prop persist.kept yes",
+                        "boot 2: expect-no-prop sys.dropped", "boot 2: expect-file /data/note data",
+                        "boot 2: expect-file /mnt/vendor/zelvareserve/note reserve"));
     // Each boot makes the object anew, reading the brand for its directory lists; the
     // reboot's is logged with the reboot step.
     EXPECT_THAT(StepsLogging(report, "Loading property from /system_ext/etc/build.prop: alder"),
@@ -85,12 +85,13 @@ expect-file /mnt/vendor/zelvareserve/key "k\n"
 )");
     const ToolRun run = BootScript(tree, script);
     EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(Failures(run.err),
-                ElementsAre(Failure{"line 5: expect-file /data/new n", "/data/new holding 'n'",
-                                    "/data/new: No such file or directory"},
-                            Failure{"line 6: expect-file /data/system/customize/tree.prop a=1\\n",
-                                    "/data/system/customize/tree.prop holding 'a=1\\n'",
-                                    "/data/system/customize/tree.prop: No such file or directory"}));
+    EXPECT_THAT(
+            Failures(run.err),
+            ElementsAre(Failure{"line 5: expect-file /data/new n", "/data/new holding 'n'",
+                                "/data/new: No such file or directory"},
+                        Failure{"line 6: expect-file /data/system/customize/tree.prop a=1\\n",
+                                "/data/system/customize/tree.prop holding 'a=1\\n'",
+                                "/data/system/customize/tree.prop: No such file or directory"}));
 }
 
 TEST_F(BootSequenceTest, OtaReplacesThePartitionAsSeenAtBothMountPoints) {
@@ -130,12 +131,13 @@ expect-batch 9 0 persist.sys.carrier.current=orange
     const ToolRun run = BootScript(tree, script);
     ASSERT_EQ(run.status, 0) << run.err;
     const auto report = nlohmann::json::parse(run.out);
-    EXPECT_THAT(StepsByBoot(report),
-                ElementsAre("boot 1: sim-switch orange",
-                            "boot 1: slot 9 loadSimSwitchOverrideProperties",
-                            "boot 1: slot 10 loadSimSwitchOverrideProperties propertiesOverrideSwitch",
-                            testing::StartsWith("boot 1: expect-file"),
-                            "boot 1: expect-batch 9 0 persist.sys.carrier.current=orange"));
+    EXPECT_THAT(
+            StepsByBoot(report),
+            ElementsAre("boot 1: sim-switch orange",
+                        "boot 1: slot 9 loadSimSwitchOverrideProperties",
+                        "boot 1: slot 10 loadSimSwitchOverrideProperties propertiesOverrideSwitch",
+                        testing::StartsWith("boot 1: expect-file"),
+                        "boot 1: expect-batch 9 0 persist.sys.carrier.current=orange"));
     EXPECT_EQ(report["properties"]["sys.sim.switch.current"], "orange");
 }
 
@@ -165,23 +167,24 @@ expect-no-log "property load failed:/my_none/build.prop"
     const std::string load_error = "ERROR 'partition property load failed:/my_none/build.prop'";
     EXPECT_THAT(
             Failures(run.err),
-            ElementsAre(Failure{"line 3: expect-prop a.b two", "a.b='two'", "a.b='one'"},
-                        Failure{"line 5: expect-no-prop a.b", "a.b unset", "a.b='one'"},
-                        Failure{"line 8: expect-file /data/f y", "/data/f holding 'y'",
-                                "/data/f holding 'x'"},
-                        Failure{"line 12: expect-batch 5 map ro.c=y",
-                                "a filled map from slot 5 holding ro.c=y",
-                                "batches of that slot and kind: step 8: ro.c='x'; step 9: ro.c "
-                                "absent"},
-                        Failure{"line 13: expect-batch 6 0 ro.c=x",
-                                "a kind 0 batch from slot 6 holding ro.c=x",
-                                "no such batch in this boot"},
-                        Failure{"line 15: expect-log W \"property load failed:/my_none/build.prop\"",
-                                "a WARNING record holding 'property load failed:/my_none/build.prop'",
-                                load_error},
-                        Failure{"line 17: expect-no-log \"property load failed:/my_none/build.prop\"",
-                                "no record holding 'property load failed:/my_none/build.prop'",
-                                load_error}));
+            ElementsAre(
+                    Failure{"line 3: expect-prop a.b two", "a.b='two'", "a.b='one'"},
+                    Failure{"line 5: expect-no-prop a.b", "a.b unset", "a.b='one'"},
+                    Failure{"line 8: expect-file /data/f y", "/data/f holding 'y'",
+                            "/data/f holding 'x'"},
+                    Failure{"line 12: expect-batch 5 map ro.c=y",
+                            "a filled map from slot 5 holding ro.c=y",
+                            "batches of that slot and kind: step 8: ro.c='x'; step 9: ro.c "
+                            "absent"},
+                    Failure{"line 13: expect-batch 6 0 ro.c=x",
+                            "a kind 0 batch from slot 6 holding ro.c=x",
+                            "no such batch in this boot"},
+                    Failure{"line 15: expect-log W \"property load failed:/my_none/build.prop\"",
+                            "a WARNING record holding 'property load failed:/my_none/build.prop'",
+                            load_error},
+                    Failure{"line 17: expect-no-log \"property load failed:/my_none/build.prop\"",
+                            "no record holding 'property load failed:/my_none/build.prop'",
+                            load_error}));
     EXPECT_THAT(Results(nlohmann::json::parse(run.out)),
                 ElementsAre("", "passed", "failed", "passed", "failed", "written", "passed",
                             "failed", "", "", "passed", "failed", "failed", "passed", "failed",
@@ -196,10 +199,9 @@ expect-no-log "property load failed:/my_none/build.prop"
 expect-batch 5 map ro.c=x
 )");
     const ToolRun run = BootScript(tree, script);
-    EXPECT_THAT(Failures(run.err),
-                ElementsAre(Failure{"line 4: expect-batch 5 map ro.c=x",
-                                    "a filled map from slot 5 holding ro.c=x",
-                                    "no such batch in this boot"}));
+    EXPECT_THAT(Failures(run.err), ElementsAre(Failure{"line 4: expect-batch 5 map ro.c=x",
+                                                       "a filled map from slot 5 holding ro.c=x",
+                                                       "no such batch in this boot"}));
 }
 
 TEST_F(BootSequenceTest, TimedOutWaitsFailTheRun) {
@@ -224,7 +226,8 @@ TEST_F(BootSequenceTest, ScriptLinesThatCannotRunAreUsageErrors) {
                  {"ota /my_company dir",
                   "line 1: ota needs a partition name (my_company), not '/my_company'"},
                  {"reboot now", "line 1: reboot takes 0 argument(s)"},
-                 {"expect-batch 6 0 nameonly", "line 1: expect-batch needs NAME=VALUE, not 'nameonly'"},
+                 {"expect-batch 6 0 nameonly",
+                  "line 1: expect-batch needs NAME=VALUE, not 'nameonly'"},
                  {"expect-log LOUD text",
                   "line 1: expect-log needs a severity (I, INFO, ...), not 'LOUD'"},
                  {"wait-prop a b soon", "line 1: wait-prop waits milliseconds, not 'soon'"}}) {
@@ -237,10 +240,9 @@ TEST_F(BootSequenceTest, ScriptLinesThatCannotRunAreUsageErrors) {
 
 TEST_F(BootSequenceTest, TheExamplesScenariosHold) {
     for (const std::string device : {"alder-eu", "birch-cn"}) {
-        const ToolRun run =
-                RunTool(ExamplesDir(), {"boot", "--root", device, "--props", device + ".props",
-                                        "--lib", LibraryPath(), "--script",
-                                        device + "-scenario.script"});
+        const ToolRun run = RunTool(
+                ExamplesDir(), {"boot", "--root", device, "--props", device + ".props", "--lib",
+                                LibraryPath(), "--script", device + "-scenario.script"});
         EXPECT_EQ(run.status, 0) << device;
         EXPECT_THAT(Failures(run.err), ElementsAre()) << device;
     }

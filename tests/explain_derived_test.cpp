@@ -28,9 +28,9 @@ class ExplainDerivedTest : public testing::Test {
         script_ = std::make_unique<ScriptFile>(script);
         const std::string props_file = script_->dir() + "/seeded.props";
         android::base::WriteStringToFile(props, props_file);
-        return RunTool(script_->dir(), {"explain", name, "--root", root_->path(), "--lib",
-                                        LibraryPath(), "--props", props_file, "--script",
-                                        script_->path()});
+        return RunTool(script_->dir(),
+                       {"explain", name, "--root", root_->path(), "--lib", LibraryPath(), "--props",
+                        props_file, "--script", script_->path()});
     }
 
   private:
@@ -73,62 +73,66 @@ TEST_F(ExplainDerivedTest, EachDerivedValueIsExplainedWithItsInputs) {
                             "    ro.build.display.id='QX100_11'",
                             "    ro.vendor.zelva.version_suffix='T'"}},
                  {.name = "ro.zelva.customize.display.version_name",
-                  .tree = sandbox::DeviceTree().File(
-                          "/my_carrier/build.prop",
-                          "ro.zelva.image.my_carrier.version_name=V2-Vodafone\n"),
-                  .script = "loadExtensionPartitionProperties\nloadPersistOverrideProperties\n",
-                  .block = {"Derived by the library: the display version: from the carrier (or "
-                            "region) image's version name, and after a COTA image from the COTA "
-                            "version name.",
-                            "  step 1 slot 6 loadPersistOverrideProperties: 'Vodafone' from",
-                            "    ro.zelva.image.my_carrier.version_name='V2-Vodafone'",
-                            "    ro.zelva.image.my_region.version_name unset",
-                            "    ro.build.cota.version_name unset",
-                            "    log: customize dispaly version Vodafone"}},
+                 .tree = sandbox::DeviceTree().File(
+                         "/my_carrier/build.prop",
+                         "ro.zelva.image.my_carrier.version_name=V2-Vodafone\n"),
+                 .script = "loadExtensionPartitionProperties\nloadPersistOverrideProperties\n",
+                 .block = {"Derived by the library: the display version: from the carrier (or "
+                           "region) image's version name, and after a COTA image from the COTA "
+                           "version name.",
+                           "  step 1 slot 6 loadPersistOverrideProperties: 'Vodafone' from",
+                           "    ro.zelva.image.my_carrier.version_name='V2-Vodafone'",
+                           "    ro.zelva.image.my_region.version_name unset",
+                           "    ro.build.cota.version_name unset",
+                           "    log: customize dispaly version Vodafone"}},
                  {.name = "ro.vendor.zelva.market.name",
-                  .tree = sandbox::DeviceTree()
-                                  .File("/my_region/build.prop", "ro.zelva.pipeline.region=EU\n")
-                                  .File("/my_product/cust/EU/etc/devicename.cfg",
-                                        "ROM=256\nmarket=Alder X1 Pro\ntype=t\nmodel=m\n")
-                                  .File("/sys/block/sda/size", "500000000\n"),
-                  .script = "loadPersistOverrideProperties\n",
-                  .props = "dev.mnt.blk.userdata=sda\n",
-                  .block = {"Derived by the library: the market name: the 'market' of the "
-                            "region's devicename.cfg, when its ROM size matches the user data "
-                            "device.",
-                            "  step 0 slot 6 loadPersistOverrideProperties: 'Alder X1 Pro' from",
-                            "    dev.mnt.blk.userdata='sda'",
-                            "    /sys/block/sda/size: '500000000' sectors",
-                            "    log: Loading property from /my_region/build.prop: EU",
-                            "    log: Loading property from /my_product/cust/EU/etc/devicename.cfg: 256",
-                            "    log: Loading property from /my_product/cust/EU/etc/devicename.cfg: "
-                            "Alder X1 Pro",
-                            "    log: Loading property from /my_product/cust/EU/etc/devicename.cfg: t",
-                            "    log: Loading property from /my_product/cust/EU/etc/devicename.cfg: m"}},
+                 .tree = sandbox::DeviceTree()
+                                 .File("/my_region/build.prop", "ro.zelva.pipeline.region=EU\n")
+                                 .File("/my_product/cust/EU/etc/devicename.cfg",
+                                       "ROM=256\nmarket=Alder X1 Pro\ntype=t\nmodel=m\n")
+                                 .File("/sys/block/sda/size", "500000000\n"),
+                 .script = "loadPersistOverrideProperties\n",
+                 .props = "dev.mnt.blk.userdata=sda\n",
+                 .block = {"Derived by the library: the market name: the 'market' of the "
+                           "region's devicename.cfg, when its ROM size matches the user data "
+                           "device.",
+                           "  step 0 slot 6 loadPersistOverrideProperties: 'Alder X1 Pro' from",
+                           "    dev.mnt.blk.userdata='sda'",
+                           "    /sys/block/sda/size: '500000000' sectors",
+                           "    log: Loading property from /my_region/build.prop: EU",
+                           "    log: Loading property from /my_product/cust/EU/etc/devicename.cfg: "
+                           "256",
+                           "    log: Loading property from /my_product/cust/EU/etc/devicename.cfg: "
+                           "Alder X1 Pro",
+                           "    log: Loading property from /my_product/cust/EU/etc/devicename.cfg: "
+                           "t",
+                           "    log: Loading property from /my_product/cust/EU/etc/devicename.cfg: "
+                           "m"}},
                  {.name = "ro.zelva.cust.ver",
-                  .tree = sandbox::DeviceTree().File("/my_carrier/build.prop",
-                                                     "ro.zelva.image.my_carrier.type=operator\n"),
-                  .script = "loadExtensionPartitionProperties\n",
-                  .block = {"Derived by the library: the customization version: '1' when the "
-                            "partitions' map holds a carrier image type other than 'empty' and "
-                            "no partition set ro.zelva.cust.ver.",
-                            "  step 0 slot 4 loadExtensionPartitionProperties: '1' from",
-                            "    ro.zelva.image.my_carrier.type='operator' in the same batch"}},
+                 .tree = sandbox::DeviceTree().File("/my_carrier/build.prop",
+                                                    "ro.zelva.image.my_carrier.type=operator\n"),
+                 .script = "loadExtensionPartitionProperties\n",
+                 .block = {"Derived by the library: the customization version: '1' when the "
+                           "partitions' map holds a carrier image type other than 'empty' and "
+                           "no partition set ro.zelva.cust.ver.",
+                           "  step 0 slot 4 loadExtensionPartitionProperties: '1' from",
+                           "    ro.zelva.image.my_carrier.type='operator' in the same batch"}},
                  {.name = "ro.zelva.image.my_carrier.version_name",
-                  .tree = sandbox::DeviceTree().File(
-                          "/mnt/cota/carrier/build.prop",
-                          "ro.zelva.image.my_bigball.version_name=V3-Cota\n"),
-                  .script = cota_script,
-                  .block = {"Derived by the library: renamed: a COTA image's my_bigball version "
-                            "name becomes the carrier image's, unless the image has its own.",
-                            "  step 2 slot 7 loadCotaOverrideProperties: 'V3-Cota' from",
-                            "    ro.zelva.image.my_bigball.version_name='V3-Cota' in "
-                            "/mnt/cota/carrier/build.prop"}},
+                 .tree = sandbox::DeviceTree().File(
+                         "/mnt/cota/carrier/build.prop",
+                         "ro.zelva.image.my_bigball.version_name=V3-Cota\n"),
+                 .script = cota_script,
+                 .block = {"Derived by the library: renamed: a COTA image's my_bigball version "
+                           "name becomes the carrier image's, unless the image has its own.",
+                           "  step 2 slot 7 loadCotaOverrideProperties: 'V3-Cota' from",
+                           "    ro.zelva.image.my_bigball.version_name='V3-Cota' in "
+                           "/mnt/cota/carrier/build.prop"}},
          }) {
         const ToolRun run = Explain(row.tree, row.script, row.props, row.name);
         EXPECT_EQ(run.status, 0) << row.name << ": " << run.err;
         EXPECT_THAT(Block(run.out, "Derived by the library:"), ElementsAreArray(row.block))
-                << row.name << "\n" << run.out;
+                << row.name << "\n"
+                << run.out;
         EXPECT_THAT(run.out, testing::Not(testing::HasSubstr("No property file set it")));
     }
 }
@@ -141,25 +145,26 @@ TEST_F(ExplainDerivedTest, KeySelectedSetNamesItsKeyAndWhereTheKeyCameFrom) {
         std::string choice;
     };
     const std::string set = "/my_carrier/properties/orange/SimSwitchCurrentTime/current.prop";
-    for (const Row& row : std::vector<Row>{
-                 {.what = "the reserve key file",
-                  .tree = sandbox::DeviceTree()
-                                  .File(set, "persist.x=1\n")
-                                  .File("/mnt/vendor/zelvareserve/system/ssv/sim_switch_current_file",
-                                        "sys.sim.switch.current=orange\n"),
-                  .script = "loadPersistOverrideProperties\n",
-                  .choice = "      chosen by the key 'orange' of sys.sim.switch.current, from "
-                            "/mnt/vendor/zelvareserve/system/ssv/sim_switch_current_file"},
-                 {.what = "a SIM switch",
-                  .tree = sandbox::DeviceTree().File(set, "persist.x=1\n"),
-                  .script = "sim-switch orange\n",
-                  .choice = "      chosen by the key 'orange' of sys.sim.switch.current, from "
-                            "system property sys.sim.switch.current set by step 0 sim-switch "
-                            "orange"}}) {
+    for (const Row& row : std::vector<
+                 Row>{{.what = "the reserve key file",
+     .tree = sandbox::DeviceTree()
+                               .File(set, "persist.x=1\n")
+                               .File("/mnt/vendor/zelvareserve/system/ssv/sim_switch_current_file",
+                                     "sys.sim.switch.current=orange\n"),
+     .script = "loadPersistOverrideProperties\n",
+     .choice = "      chosen by the key 'orange' of sys.sim.switch.current, from "
+               "/mnt/vendor/zelvareserve/system/ssv/sim_switch_current_file"},
+                      {.what = "a SIM switch",
+                      .tree = sandbox::DeviceTree().File(set, "persist.x=1\n"),
+                      .script = "sim-switch orange\n",
+                      .choice = "      chosen by the key 'orange' of sys.sim.switch.current, from "
+                                "system property sys.sim.switch.current set by step 0 sim-switch "
+                                "orange"}}) {
         const ToolRun run = Explain(row.tree, row.script, "", "persist.x");
         EXPECT_EQ(run.status, 0) << row.what << ": " << run.err;
         EXPECT_THAT(Block(run.out, "Files that set it"), testing::Contains(row.choice))
-                << row.what << "\n" << run.out;
+                << row.what << "\n"
+                << run.out;
     }
 }
 
@@ -173,10 +178,11 @@ TEST_F(ExplainDerivedTest, PartitionReadAtBothMountPointsIsOneFileUnlessTheyDiff
                 ElementsAre(testing::_, "  step 0 slot 4 loadExtensionPartitionProperties",
                             "    /mnt/vendor/my_carrier/build.prop (and as "
                             "/my_carrier/build.prop): '1'"));
-    const ToolRun apart = Explain(sandbox::DeviceTree()
-                                          .File("/my_carrier/build.prop", same)
-                                          .File("/mnt/vendor/my_carrier/build.prop", same + "b=2\n"),
-                                  "loadExtensionPartitionProperties\n", "", "ro.p");
+    const ToolRun apart =
+            Explain(sandbox::DeviceTree()
+                            .File("/my_carrier/build.prop", same)
+                            .File("/mnt/vendor/my_carrier/build.prop", same + "b=2\n"),
+                    "loadExtensionPartitionProperties\n", "", "ro.p");
     EXPECT_THAT(Block(apart.out, "Files that set it"),
                 ElementsAre(testing::_, "  step 0 slot 4 loadExtensionPartitionProperties",
                             "    /mnt/vendor/my_carrier/build.prop: '1'",

@@ -43,9 +43,7 @@ inline ToolRun RunTool(const std::string& dir, const std::vector<std::string>& a
 // relative DIR is looked up).
 class ScriptFile {
   public:
-    explicit ScriptFile(const std::string& text) {
-        android::base::WriteStringToFile(text, path());
-    }
+    explicit ScriptFile(const std::string& text) { android::base::WriteStringToFile(text, path()); }
     std::string dir() const { return dir_.path; }
     std::string path() const { return dir() + "/boot.script"; }
 
@@ -55,9 +53,8 @@ class ScriptFile {
 
 // Boots |tree| (a directory) with |script| and the --json report.
 inline ToolRun BootScript(const std::string& tree, const ScriptFile& script) {
-    return RunTool(script.dir(),
-                   {"boot", "--json", "--root", tree, "--lib", LibraryPath(), "--script",
-                    script.path()});
+    return RunTool(script.dir(), {"boot", "--json", "--root", tree, "--lib", LibraryPath(),
+                                  "--script", script.path()});
 }
 
 // One failed assertion as the tool prints it.

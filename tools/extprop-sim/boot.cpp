@@ -16,11 +16,11 @@
 #include <android-base/strings.h>
 
 #include "IInitExtensionProperty.h"
+#include "boot_sequence.h"
 #include "build_config.h"
 #include "hostplatform/property_store.h"
 #include "init_sink.h"
 #include "option_file.h"
-#include "boot_sequence.h"
 #include "script_assertions.h"
 
 namespace extprop_sim {
@@ -33,7 +33,7 @@ using Factory = IInitExtensionProperty* (*)(const char*);
 constexpr char kLibraryName[] = "libzelvaextproperty.so";
 constexpr char kCotaRequestSlot[] = "sys.cota.bind.load.properties";
 constexpr char kCotaRequestFile[] = "/data/cota/cota_mount_info.prop";
-constexpr std::chrono::milliseconds kDefaultWait(5000);
+constexpr std::chrono::milliseconds kDefaultWait(kDefaultWaitMs);
 
 struct SlotInfo {
     int slot;
@@ -312,8 +312,8 @@ BootResult RunBoot(const BootConfig& config) {
     for (size_t first = 0; first < steps.size() || first == 0;) {
         size_t end = first + 1;
         while (end < steps.size() && boots[end] == boots[first]) ++end;
-        const Step* restart = first < steps.size() && StartsBoot(steps[first]) ? &steps[first]
-                                                                              : nullptr;
+        const Step* restart =
+                first < steps.size() && StartsBoot(steps[first]) ? &steps[first] : nullptr;
         PartitionImage image;
         if (restart != nullptr && restart->kind == Step::Kind::kOta &&
             !ReadPartitionImage(*restart, &image, &result.error)) {

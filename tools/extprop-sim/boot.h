@@ -50,6 +50,9 @@ struct Step {
     std::string Describe() const;
 };
 
+// How long wait-prop and wait-log wait when the script doesn't say.
+constexpr int kDefaultWaitMs = 5000;
+
 // The operation name of a slot, or "" for a slot that doesn't exist.
 std::string OperationName(int slot);
 // The slot of an operation name or "slot N" number; -1 if unknown. Overloaded

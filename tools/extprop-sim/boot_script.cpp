@@ -124,7 +124,9 @@ std::string ArgumentProblem(const Step& step) {
             return "";
         }
         case Step::Kind::kExpectLog:
-            return ParseSeverity(a[0]) ? "" : "expect-log needs a severity (I, INFO, ...), not '" + a[0] + "'";
+            return ParseSeverity(a[0])
+                           ? ""
+                           : "expect-log needs a severity (I, INFO, ...), not '" + a[0] + "'";
         default:
             return "";
     }
@@ -184,11 +186,10 @@ bool ParseLine(const std::vector<std::string>& words, int line, std::vector<Step
     const size_t count = step.args.size();
     if (count < verb->min_args || count > verb->max_args) {
         *error = name + " takes " +
-                 (verb->max_args == kAny ? "at least " + std::to_string(verb->min_args)
-                  : verb->min_args == verb->max_args
-                          ? std::to_string(verb->min_args)
-                          : std::to_string(verb->min_args) + " to " +
-                                    std::to_string(verb->max_args)) +
+                 (verb->max_args == kAny             ? "at least " + std::to_string(verb->min_args)
+                  : verb->min_args == verb->max_args ? std::to_string(verb->min_args)
+                                                     : std::to_string(verb->min_args) + " to " +
+                                                               std::to_string(verb->max_args)) +
                  " argument(s)";
         return false;
     }

@@ -47,8 +47,7 @@ bool LayOut(const PartitionImage& image, std::string* error) {
         } else if (entry.type == 'l') {
             ok = symlink(entry.data.c_str(), path.c_str()) == 0;
         } else {
-            ok = android::base::WriteStringToFile(entry.data, path, entry.mode, getuid(),
-                                                  getgid());
+            ok = android::base::WriteStringToFile(entry.data, path, entry.mode, getuid(), getgid());
         }
         if (!ok) {
             *error = path + ": " + strerror(errno);
@@ -107,8 +106,8 @@ bool ReadPartitionImage(const Step& ota, PartitionImage* image, std::string* err
         const fs::path& path = it->path();
         struct stat st;
         if (lstat(path.c_str(), &st) != 0) continue;
-        PartitionImage::Entry entry{fs::relative(path, top, ec).string(), 'f',
-                                    st.st_mode & 07777, ""};
+        PartitionImage::Entry entry{fs::relative(path, top, ec).string(), 'f', st.st_mode & 07777,
+                                    ""};
         if (S_ISDIR(st.st_mode)) {
             entry.type = 'd';
         } else if (S_ISLNK(st.st_mode)) {

@@ -136,8 +136,7 @@ std::vector<std::string> KeyOrigins(const BootConfig& config, const BootResult& 
     for (const FileValue& definition : definitions_of(property)) {
         if (definition.value != key) continue;
         struct stat st;
-        const bool in_tree =
-                lstat(HostPath(config.tree, definition.file, false).c_str(), &st) == 0;
+        const bool in_tree = lstat(HostPath(config.tree, definition.file, false).c_str(), &st) == 0;
         origins.push_back(Printable(definition.file) +
                           (in_tree ? "" : " (not in the tree: a boot wrote it)"));
     }
@@ -150,9 +149,8 @@ std::vector<std::string> KeyOrigins(const BootConfig& config, const BootResult& 
         }
         const std::string file =
                 message.substr(strlen(kLoadedPrefix), took - strlen(kLoadedPrefix));
-        if (std::none_of(std::begin(kMapFiles), std::end(kMapFiles), [&](const char* map) {
-                return android::base::EndsWith(file, map);
-            })) {
+        if (std::none_of(std::begin(kMapFiles), std::end(kMapFiles),
+                         [&](const char* map) { return android::base::EndsWith(file, map); })) {
             continue;
         }
         PropertyMap entries;
@@ -168,7 +166,8 @@ std::vector<std::string> KeyOrigins(const BootConfig& config, const BootResult& 
     }
     for (size_t i = 0; i < result.steps.size(); ++i) {
         const Step& step = result.steps[i];
-        if ((step.kind == Step::Kind::kSetProp && step.args[0] == property && step.args[1] == key) ||
+        if ((step.kind == Step::Kind::kSetProp && step.args[0] == property &&
+             step.args[1] == key) ||
             (step.kind == Step::Kind::kSimSwitch && property == "sys.sim.switch.current" &&
              step.args[0] == key)) {
             origins.push_back("system property " + property + " set by " +
@@ -197,8 +196,8 @@ std::vector<std::string> ExplainInputs(const std::string& name) {
     return inputs;
 }
 
-std::string DerivedText(const BootConfig& config, const BootResult& result,
-                        const std::string& name, const DefinitionsOf& definitions_of) {
+std::string DerivedText(const BootConfig& config, const BootResult& result, const std::string& name,
+                        const DefinitionsOf& definitions_of) {
     const Derivation* derivation = FindDerivation(name);
     if (derivation == nullptr) return "";
     const sandbox::Outcome& outcome = result.outcome;

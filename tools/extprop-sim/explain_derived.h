@@ -29,8 +29,8 @@ std::vector<std::string> ExplainInputs(const std::string& name);
 
 // How the library derived NAME in each batch that carried it, with its
 // inputs; "" for a name it doesn't derive.
-std::string DerivedText(const BootConfig& config, const BootResult& result,
-                        const std::string& name, const DefinitionsOf& definitions_of);
+std::string DerivedText(const BootConfig& config, const BootResult& result, const std::string& name,
+                        const DefinitionsOf& definitions_of);
 
 // For a file of a key-selected set (DIR/properties/KEY/SET/F.prop), the key
 // that chose it and where the boot took the key from; "" for other files.

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "script_assertions.h"
 
-#include <cerrno>
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include <android-base/file.h>
@@ -21,8 +21,7 @@ using Kind = Step::Kind;
 constexpr char kPassed[] = "passed";
 constexpr char kFailed[] = "failed";
 constexpr char kTimedOut[] = "timed out";
-constexpr const char* kSeverityNames[] = {"VERBOSE", "DEBUG", "INFO",
-                                          "WARNING", "ERROR", "FATAL"};
+constexpr const char* kSeverityNames[] = {"VERBOSE", "DEBUG", "INFO", "WARNING", "ERROR", "FATAL"};
 
 std::string SeenKey(const std::string& note_key) {
     return note_key + " seen";
@@ -37,8 +36,9 @@ std::string PropertyText(const std::string& name, const std::optional<std::strin
 }
 
 std::string SeverityName(android::base::LogSeverity severity) {
-    return severity == android::base::FATAL_WITHOUT_ABORT ? "FATAL"
-                                                          : kSeverityNames[std::min<int>(severity, 5)];
+    return severity == android::base::FATAL_WITHOUT_ABORT
+                   ? "FATAL"
+                   : kSeverityNames[std::min<int>(severity, 5)];
 }
 
 // The records and batches that belong to the boot of step |index|, up to it.
@@ -126,10 +126,11 @@ std::string Expected(const Step& step) {
         case Kind::kExpectNoLog:
             return "no record holding " + Quoted(a[0]);
         case Kind::kWaitProp:
-            return PropertyText(a[0], a[1]) + " within " + (a.size() > 2 ? a[2] : "5000") + " ms";
+            return PropertyText(a[0], a[1]) + " within " +
+                   (a.size() > 2 ? a[2] : std::to_string(kDefaultWaitMs)) + " ms";
         case Kind::kWaitLog:
             return "a record holding " + Quoted(a[0]) + " within " +
-                   (a.size() > 1 ? a[1] : "5000") + " ms";
+                   (a.size() > 1 ? a[1] : std::to_string(kDefaultWaitMs)) + " ms";
         default:
             return "";
     }
