@@ -12,29 +12,20 @@ namespace {
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 
-class ExplainDerivedTest : public testing::Test {
+class ExplainDerivedTest : public SimToolTest {
   protected:
-    void SetUp() override {
-        std::string why;
-        SKIP_WITHOUT_SANDBOX(sandbox::Available(&why) ? "" : why);
-    }
-
     // explain NAME on |tree| booted with |script| and the seeded |props|.
     ToolRun Explain(const sandbox::DeviceTree& tree, const std::string& script,
                     const std::string& props, const std::string& name) {
-        std::string error;
-        root_ = sandbox::ScratchRoot::Create(tree, &error);
-        EXPECT_NE(root_, nullptr) << error;
+        const std::string root = Tree(tree);
         script_ = std::make_unique<ScriptFile>(script);
         const std::string props_file = script_->dir() + "/seeded.props";
         android::base::WriteStringToFile(props, props_file);
-        return RunTool(script_->dir(),
-                       {"explain", name, "--root", root_->path(), "--lib", LibraryPath(), "--props",
-                        props_file, "--script", script_->path()});
+        return RunTool(script_->dir(), {"explain", name, "--root", root, "--lib", LibraryPath(),
+                                        "--props", props_file, "--script", script_->path()});
     }
 
   private:
-    std::unique_ptr<sandbox::ScratchRoot> root_;
     std::unique_ptr<ScriptFile> script_;
 };
 
@@ -58,7 +49,7 @@ TEST_F(ExplainDerivedTest, EachDerivedValueIsExplainedWithItsInputs) {
         sandbox::DeviceTree tree;
         std::string script;
         std::string props;
-        std::vector<std::string> block;  // from "Derived by the library:"
+        std::vector<std::string> block;  // after "Derived by the library: <how>."
     };
     const std::string cota_script =
             "setprop sys.cotaimg.verify 1\nsetprop sys.cota.load.properties /mnt/cota/carrier\n"
@@ -67,9 +58,7 @@ TEST_F(ExplainDerivedTest, EachDerivedValueIsExplainedWithItsInputs) {
                  {.name = "ro.vendor.zelva.exp.version",
                   .script = "loadPersistOverrideProperties\n",
                   .props = "ro.build.display.id=QX100_11\nro.vendor.zelva.version_suffix=T\n",
-                  .block = {"Derived by the library: the experience version: the build display "
-                            "id with the version suffix put in front of its first '_'.",
-                            "  step 0 slot 6 loadPersistOverrideProperties: 'QX100T_11' from",
+                  .block = {"  step 0 slot 6 loadPersistOverrideProperties: 'QX100T_11' from",
                             "    ro.build.display.id='QX100_11'",
                             "    ro.vendor.zelva.version_suffix='T'"}},
                  {.name = "ro.zelva.customize.display.version_name",
@@ -77,10 +66,7 @@ TEST_F(ExplainDerivedTest, EachDerivedValueIsExplainedWithItsInputs) {
                          "/my_carrier/build.prop",
                          "ro.zelva.image.my_carrier.version_name=V2-Vodafone\n"),
                  .script = "loadExtensionPartitionProperties\nloadPersistOverrideProperties\n",
-                 .block = {"Derived by the library: the display version: from the carrier (or "
-                           "region) image's version name, and after a COTA image from the COTA "
-                           "version name.",
-                           "  step 1 slot 6 loadPersistOverrideProperties: 'Vodafone' from",
+                 .block = {"  step 1 slot 6 loadPersistOverrideProperties: 'Vodafone' from",
                            "    ro.zelva.image.my_carrier.version_name='V2-Vodafone'",
                            "    ro.zelva.image.my_region.version_name unset",
                            "    ro.build.cota.version_name unset",
@@ -93,10 +79,7 @@ TEST_F(ExplainDerivedTest, EachDerivedValueIsExplainedWithItsInputs) {
                                  .File("/sys/block/sda/size", "500000000\n"),
                  .script = "loadPersistOverrideProperties\n",
                  .props = "dev.mnt.blk.userdata=sda\n",
-                 .block = {"Derived by the library: the market name: the 'market' of the "
-                           "region's devicename.cfg, when its ROM size matches the user data "
-                           "device.",
-                           "  step 0 slot 6 loadPersistOverrideProperties: 'Alder X1 Pro' from",
+                 .block = {"  step 0 slot 6 loadPersistOverrideProperties: 'Alder X1 Pro' from",
                            "    dev.mnt.blk.userdata='sda'",
                            "    /sys/block/sda/size: '500000000' sectors",
                            "    log: Loading property from /my_region/build.prop: EU",
@@ -112,27 +95,22 @@ TEST_F(ExplainDerivedTest, EachDerivedValueIsExplainedWithItsInputs) {
                  .tree = sandbox::DeviceTree().File("/my_carrier/build.prop",
                                                     "ro.zelva.image.my_carrier.type=operator\n"),
                  .script = "loadExtensionPartitionProperties\n",
-                 .block = {"Derived by the library: the customization version: '1' when the "
-                           "partitions' map holds a carrier image type other than 'empty' and "
-                           "no partition set ro.zelva.cust.ver.",
-                           "  step 0 slot 4 loadExtensionPartitionProperties: '1' from",
+                 .block = {"  step 0 slot 4 loadExtensionPartitionProperties: '1' from",
                            "    ro.zelva.image.my_carrier.type='operator' in the same batch"}},
                  {.name = "ro.zelva.image.my_carrier.version_name",
                  .tree = sandbox::DeviceTree().File(
                          "/mnt/cota/carrier/build.prop",
                          "ro.zelva.image.my_bigball.version_name=V3-Cota\n"),
                  .script = cota_script,
-                 .block = {"Derived by the library: renamed: a COTA image's my_bigball version "
-                           "name becomes the carrier image's, unless the image has its own.",
-                           "  step 2 slot 7 loadCotaOverrideProperties: 'V3-Cota' from",
+                 .block = {"  step 2 slot 7 loadCotaOverrideProperties: 'V3-Cota' from",
                            "    ro.zelva.image.my_bigball.version_name='V3-Cota' in "
                            "/mnt/cota/carrier/build.prop"}},
          }) {
         const ToolRun run = Explain(row.tree, row.script, row.props, row.name);
         EXPECT_EQ(run.status, 0) << row.name << ": " << run.err;
-        EXPECT_THAT(Block(run.out, "Derived by the library:"), ElementsAreArray(row.block))
-                << row.name << "\n"
-                << run.out;
+        std::vector<std::string> block = Block(run.out, "Derived by the library:");
+        if (!block.empty()) block.erase(block.begin());
+        EXPECT_THAT(block, ElementsAreArray(row.block)) << row.name << "\n" << run.out;
         EXPECT_THAT(run.out, testing::Not(testing::HasSubstr("No property file set it")));
     }
 }

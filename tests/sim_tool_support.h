@@ -88,7 +88,7 @@ inline std::vector<Failure> Failures(const std::string& err) {
     return failures;
 }
 
-// The report's steps as "boot N: step", and each step's result.
+// The report's steps as "boot N: step".
 inline std::vector<std::string> StepsByBoot(const nlohmann::json& report) {
     std::vector<std::string> steps;
     for (const auto& step : report["steps"]) {
@@ -96,12 +96,6 @@ inline std::vector<std::string> StepsByBoot(const nlohmann::json& report) {
                         step["step"].get<std::string>());
     }
     return steps;
-}
-
-inline std::vector<std::string> Results(const nlohmann::json& report) {
-    std::vector<std::string> results;
-    for (const auto& step : report["steps"]) results.push_back(step.value("result", ""));
-    return results;
 }
 
 // The steps of the records whose message is |message|.
@@ -112,5 +106,25 @@ inline std::vector<int> StepsLogging(const nlohmann::json& report, const std::st
     }
     return steps;
 }
+
+// The tool on trees built in the test; they need the device-root sandbox.
+class SimToolTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        std::string why;
+        SKIP_WITHOUT_SANDBOX(sandbox::Available(&why) ? "" : why);
+    }
+
+    // The tree on disk, for the tool's --root.
+    std::string Tree(const sandbox::DeviceTree& tree) {
+        std::string error;
+        root_ = sandbox::ScratchRoot::Create(tree, &error);
+        EXPECT_NE(root_, nullptr) << error;
+        return root_ ? root_->path() : "";
+    }
+
+  private:
+    std::unique_ptr<sandbox::ScratchRoot> root_;
+};
 
 }  // namespace zelva_test
