@@ -130,6 +130,8 @@ void RestartDevice(const Step& restart, const PartitionImage& image, sandbox::Co
     if (restart.kind == Step::Kind::kWipeData) {
         if (!EmptyDirectory(kDataDir, &error)) ctx.Note(note_key, "wipe failed: " + error);
     } else if (restart.kind == Step::Kind::kOta) {
+        std::error_code ec;
+        fs::create_directories(image.partition, ec);  // a tree may lack the partition
         if (!EmptyDirectory(image.partition, &error) || !LayOut(image, &error)) {
             ctx.Note(note_key, "ota failed: " + error);
         }
