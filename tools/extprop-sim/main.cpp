@@ -22,7 +22,8 @@ Usage:
       its slot, operation and kind, marking what each entry did to the property
       store (+ new, ~ changed, = already set, - cleared, ! refused by init, with
       the reason) and its value after boot when a later batch changed it; then
-      the properties after boot. A refusal is reported, not an error: exit 0.
+      the properties after boot. A refusal is reported, not an error: exit 0;
+      a failed script assertion (below) exits 1.
       The library's log goes to stderr; --json prints one JSON document instead.
   extprop-sim explain NAME --root DIR [BOOT OPTIONS]
       Boots like boot and tells the story of one property: the --props value it
