@@ -133,6 +133,9 @@ void CheckBatch(int kind, const PropertyMap& batch) {
             if (StartsWith(entry.first, "ro.")) fuzz_device::Fail("kind 1 with " + entry.first);
         }
     } else if (kind == 2) {
+        for (const auto& entry : batch) {
+            if (!StartsWith(entry.first, "persist.")) fuzz_device::Fail("kind 2 with " + entry.first);
+        }
         if (batch.size() != 1 && batch.count("persist.sys.zelva.company.ota.version.backup") != 0) {
             fuzz_device::Fail("company record of more than one entry");
         }
@@ -146,10 +149,14 @@ struct Boot {
     std::map<std::string, fuzz_device::Entry> tree;
 };
 
-Boot RunBoot() {
+// Runs slot 6 once; the entries of its restore batches (kind 2) are added to |restored|.
+Boot RunBoot(PropertyMap* restored) {
     InitExtensionPropertyImpl impl;
-    const int result = impl.loadPersistOverrideProperties([](int kind, PropertyMap batch) {
+    const int result = impl.loadPersistOverrideProperties([restored](int kind, PropertyMap batch) {
         CheckBatch(kind, batch);
+        if (kind == 2) {
+            for (const auto& [name, value] : batch) (*restored)[name] = value;
+        }
         fuzz_device::ApplyBatch(batch);
     });
     if (result != 0) fuzz_device::Fail("slot 6 returned " + std::to_string(result));
@@ -235,14 +242,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
 
     fuzz_device::Age();
-    const Boot first = RunBoot();
+    PropertyMap restored;
+    const Boot first = RunBoot(&restored);
     const std::map<std::string, std::string> written_as_read = CheckWritten(first, as_read);
 
-    // The second boot starts from the same properties: what differs is only the tree.
+    // The second boot starts from the same properties, and what differs is the tree, with one
+    // exception: the "persist." entries of the first boot's restore batches, which init keeps
+    // across the reboot. They are what makes the channel reset after an emergency shutdown
+    // happen once per marker (it sets persist.sys.recopy.preload.opinstalled); without them the
+    // second boot would reset again, delete both region files and write them anew.
     hostplatform::ResetProperties();
     for (const auto& [name, value] : build) hostplatform::SetProperty(name, value);
+    for (const auto& [name, value] : restored) hostplatform::SetProperty(name, value);
     fuzz_device::Age();
-    const Boot second = RunBoot();
+    PropertyMap restored_again;
+    const Boot second = RunBoot(&restored_again);
     for (const auto& [path, entry] : second.tree) {
         if (entry.directory || entry.aged) continue;
         // One rewrite is by design: on a domestic device the region conversion removes a data
