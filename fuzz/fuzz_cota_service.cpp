@@ -310,18 +310,12 @@ std::string TreeText(const std::map<std::string, fuzz_device::Entry>& tree) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
-    if (fuzz_device::MergeCoordinator(*argc, *argv)) return 0;
-    fuzz_device::QuietUnlessAsked();
-    fuzz_device::Enter(sandbox::DeviceTree().File(android::init::kSystemExtBuildProp,
-                                                  std::string(android::init::kBrandProperty) +
-                                                          "=alder\n"));
-    android::init::InitCustDirList();
+    fuzz_device::Start(*argc, *argv);
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    fuzz_device::FreshTree();
-    hostplatform::ResetProperties();
+    fuzz_device::FreshInput();
     g_fail_mounts = false;
     InitExtensionPropertyImpl impl;
     std::string* keys[] = {&impl.regionSwitchKey,         &impl.simSwitchFirstKey,

@@ -199,24 +199,12 @@ std::map<std::string, std::string> CheckWritten(const Boot& boot,
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
-    if (fuzz_device::MergeCoordinator(*argc, *argv)) return 0;
-    fuzz_device::QuietUnlessAsked();
-    fuzz_device::Enter(sandbox::DeviceTree()
-                               .File(paths::kSystemExtBuildProp,
-                                     std::string(paths::kBrandProperty) + "=alder\n")
-                               .File(paths::kRegionBuildProp,
-                                     std::string(paths::kSkuRegionProperty) + "=CN\n"));
-    // The directory lists are built once per process, from this brand and region.
-    android::init::InitCustDirList();
+    fuzz_device::Start(*argc, *argv, "CN");
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    fuzz_device::FreshTree();
-    hostplatform::ResetProperties();
-    std::filesystem::create_directories(paths::kReserveSsvDir);
-    std::filesystem::create_directories(
-            std::filesystem::path(paths::kDataRegionSwitchFile).parent_path());
+    fuzz_device::FreshInput(/*key_stores=*/true);
     const size_t dirs = CustDirList().size();
     for (const fuzz_device::Field& f : fuzz_device::Fields(data, size)) {
         if (f.kind == 'f' && f.index < std::size(kFiles)) fuzz_device::PutFile(kFiles[f.index], f.text);

@@ -28,6 +28,7 @@
 #include <android-base/properties.h>
 #include <android-base/strings.h>
 
+#include "fuzz_input.h"
 #include "utils.h"
 
 static std::string g_dir;
@@ -36,6 +37,8 @@ static std::string g_dir;
 static std::vector<std::string> g_warnings;
 
 namespace {
+
+using fuzz_input::Fail;
 
 bool IsSpace(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
@@ -70,11 +73,6 @@ bool Accepts(const std::string& filter, const std::string& name) {
     if (filter.empty()) return true;
     if (filter.back() == '*') return name.compare(0, filter.size() - 1, filter, 0, filter.size() - 1) == 0;
     return name == filter;
-}
-
-[[noreturn]] void Fail(const std::string& what) {
-    fprintf(stderr, "FINDING: %s\n", what.c_str());
-    abort();
 }
 
 // File 0 alone, against the model: the loader with and without a filter, and single lookups.

@@ -19,7 +19,6 @@
 // - doRegionSwitchForDomestic: only a "CN" device without a reserve region file or a traced data
 //   one gets a reserve region file, from the province or the mapped company type.
 
-#include <fuzzer/FuzzedDataProvider.h>
 #include <sys/stat.h>
 
 #include <optional>
@@ -32,6 +31,7 @@
 namespace {
 
 using android::init::CustDirList;
+using fuzz_input::Pick;
 
 // Names and values of the map files: short, no whitespace, "=" or "#", some of them equal.
 constexpr const char* kWords[] = {"a", "b", "ab", "K1", "K2", "cn", "CN", "x-y", "", "K1K2K3K4K5"};
@@ -42,16 +42,12 @@ constexpr char kRegionProperty[] = "sys.region.switch.first";
 // directory standing where the file should be (present, but it can't be read).
 std::map<std::pair<size_t, std::string>, std::optional<PropertyMap>> g_maps;
 
-std::string Word(FuzzedDataProvider& in) {
-    return kWords[in.ConsumeIntegralInRange<size_t>(0, std::size(kWords) - 1)];
-}
-
 void WriteMaps(FuzzedDataProvider& in) {
     g_maps.clear();
     const size_t files = in.ConsumeIntegralInRange(0, 6);
     for (size_t i = 0; i < files; ++i) {
         const size_t dir = in.ConsumeIntegralInRange<size_t>(0, CustDirList().size() - 1);
-        const std::string name = kMapFiles[in.ConsumeIntegralInRange(0, 2)];
+        const std::string name = Pick(in, kMapFiles);
         const std::string path = CustDirList()[dir] + "/etc/" + name;
         if (g_maps.count({dir, name}) != 0 || !fuzz_device::InTree(path)) continue;
         if (in.ConsumeIntegralInRange(0, 7) == 0) {
@@ -62,7 +58,7 @@ void WriteMaps(FuzzedDataProvider& in) {
         PropertyMap map;
         std::string text;
         for (size_t lines = in.ConsumeIntegralInRange(0, 5); lines > 0; --lines) {
-            std::string key = Word(in), value = Word(in);
+            std::string key = Pick(in, kWords), value = Pick(in, kWords);
             if (key.empty()) key = "k";
             map[key] = value;
             text += key + "=" + value + "\n";
@@ -100,8 +96,8 @@ std::string ModelSource(const std::string& target, const std::string& file) {
 }
 
 void CheckLookups(FuzzedDataProvider& in) {
-    const std::string file = kMapFiles[in.ConsumeIntegralInRange(0, 2)];
-    const std::string key = Word(in);
+    const std::string file = Pick(in, kMapFiles);
+    const std::string key = Pick(in, kWords);
     std::string target = "stale";
     android::init::find_nv_ssv_target_key(key, file, &target);
     if (target != ModelTarget(key, file)) fuzz_device::Fail("forward lookup of " + key);
@@ -113,8 +109,8 @@ void CheckLookups(FuzzedDataProvider& in) {
 }
 
 void CheckFirstKey(FuzzedDataProvider& in) {
-    const std::string carrier = Word(in), nv_flag = Word(in), ssv = Word(in), channel = Word(in),
-                      company = Word(in);
+    const std::string carrier = Pick(in, kWords), nv_flag = Pick(in, kWords), ssv = Pick(in, kWords), channel = Pick(in, kWords),
+                      company = Pick(in, kWords);
     hostplatform::SetProperty("ro.boot.qvcarrier", carrier);
     hostplatform::SetProperty("persist.sys.channel.info", channel);
     hostplatform::SetProperty("ro.zelva.image.my_company.type", company);
@@ -166,7 +162,7 @@ void CheckCreateDirectory(FuzzedDataProvider& in) {
 
 void CheckRegionFiles(FuzzedDataProvider& in) {
     const std::string data_file = android::init::kDataRegionSwitchFile;
-    const std::string key = Word(in);
+    const std::string key = Pick(in, kWords);
     const bool other_line = in.ConsumeBool();
     fuzz_device::PutFile(data_file, (other_line ? "x=1\n" : "") + std::string(kRegionProperty) +
                                             "=" + key + "\n");
@@ -176,7 +172,7 @@ void CheckRegionFiles(FuzzedDataProvider& in) {
     }
     if ((access(data_file.c_str(), F_OK) == 0) != traced) fuzz_device::Fail("data region file");
 
-    const std::string value = Word(in);
+    const std::string value = Pick(in, kWords);
     unlink(android::init::kReserveRegionSwitchFile);
     if (android::init::saveRegionSwitchKeyOnReserve(value) == value.empty()) {
         fuzz_device::Fail("saving region key " + value);
@@ -203,10 +199,10 @@ void CheckDomestic(FuzzedDataProvider& in) {
     unlink(data_file.c_str());
     const bool had_reserve = in.ConsumeIntegralInRange(0, 3) == 0;
     if (had_reserve) fuzz_device::PutFile(reserve, std::string(kRegionProperty) + "=old\n");
-    const std::string data_key = Word(in);
+    const std::string data_key = Pick(in, kWords);
     const bool had_data = in.ConsumeBool();
     if (had_data) fuzz_device::PutFile(data_file, std::string(kRegionProperty) + "=" + data_key + "\n");
-    const std::string province = Word(in), company = Word(in);
+    const std::string province = Pick(in, kWords), company = Pick(in, kWords);
     hostplatform::SetProperty("ro.sys.region.switch.first", province);
     hostplatform::SetProperty("ro.zelva.image.my_company.type", company);
 
@@ -225,33 +221,15 @@ void CheckDomestic(FuzzedDataProvider& in) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
-    if (fuzz_device::MergeCoordinator(*argc, *argv)) return 0;
-    fuzz_device::QuietUnlessAsked();
-    fuzz_device::Enter(sandbox::DeviceTree()
-                               .File(android::init::kSystemExtBuildProp,
-                                     std::string(android::init::kBrandProperty) + "=alder\n")
-                               .File(android::init::kRegionBuildProp,
-                                     std::string(android::init::kSkuRegionProperty) + "=CN\n"));
-    android::init::InitCustDirList();
+    fuzz_device::Start(*argc, *argv, "CN");
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    fuzz_device::FreshTree();
-    hostplatform::ResetProperties();
-    std::filesystem::create_directories(android::init::kReserveSsvDir);
-    std::filesystem::create_directories(
-            std::filesystem::path(android::init::kDataRegionSwitchFile).parent_path());
+    fuzz_device::FreshInput(/*key_stores=*/true);
     FuzzedDataProvider in(data, size);
     WriteMaps(in);
-    while (in.remaining_bytes() > 0) {
-        switch (in.ConsumeIntegralInRange(0, 4)) {
-            case 0: CheckLookups(in); break;
-            case 1: CheckFirstKey(in); break;
-            case 2: CheckCreateDirectory(in); break;
-            case 3: CheckRegionFiles(in); break;
-            case 4: CheckDomestic(in); break;
-        }
-    }
+    fuzz_input::RunChecks(in, {CheckLookups, CheckFirstKey, CheckCreateDirectory, CheckRegionFiles,
+                               CheckDomestic});
     return 0;
 }
