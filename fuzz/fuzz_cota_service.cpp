@@ -154,14 +154,6 @@ struct Expected {
     std::set<std::string> dirs;         // directories the command may create, in normal form
 };
 
-// |path| as the kernel resolves it where every component is a directory (the tree holds no
-// symbolic links): "." and ".." taken lexically, no separator at the end.
-std::string NormalPath(const std::string& path) {
-    std::string normal = std::filesystem::path(path).lexically_normal().string();
-    while (normal.size() > 1 && normal.back() == '/') normal.pop_back();
-    return normal;
-}
-
 // The module directories of a total module info request that pass the plain prefix test: they
 // begin with the base directory as the property reads, or with /data/system/customize.
 std::vector<std::string> AcceptedModuleDirs(const PropertyMap& request) {
@@ -178,10 +170,10 @@ std::vector<std::string> AcceptedModuleDirs(const PropertyMap& request) {
 // The directories that making |dir| may create: each parent is the path up to a '/', made
 // before the path below it.
 std::set<std::string> DirsMadeFor(const std::string& dir) {
-    std::set<std::string> made = {NormalPath(dir)};
+    std::set<std::string> made = {fuzz_device::NormalPath(dir)};
     for (size_t slash = dir.find('/', 1); slash != std::string::npos;
          slash = dir.find('/', slash + 1)) {
-        made.insert(NormalPath(dir.substr(0, slash)));
+        made.insert(fuzz_device::NormalPath(dir.substr(0, slash)));
     }
     return made;
 }

@@ -107,6 +107,17 @@ inline void FreshInput(bool key_stores = false) {
             std::filesystem::path(android::init::kDataRegionSwitchFile).parent_path());
 }
 
+// The switch-key map files, as the customization directories hold them in etc/.
+inline constexpr const char* kMapFiles[] = {"nvmap.prop", "flags.prop", "custom_map.prop"};
+
+// |path| as the kernel resolves it where every component is a directory (the trees hold no
+// symbolic links): "." and ".." taken lexically, no separator at the end.
+inline std::string NormalPath(const std::string& path) {
+    std::string normal = std::filesystem::path(path).lexically_normal().string();
+    while (normal.size() > 1 && normal.back() == '/') normal.pop_back();
+    return normal;
+}
+
 // Whether |path| (absolute, taken lexically) lies in one of the directories of kTopLevel.
 inline bool InTree(const std::string& path) {
     const std::string normal = std::filesystem::path(path).lexically_normal().string();

@@ -28,6 +28,7 @@ namespace {
 
 using android::base::StartsWith;
 using android::init::CustDirList;
+using fuzz_device::kMapFiles;
 using android::init::InitExtensionPropertyImpl;
 namespace paths = android::init;
 
@@ -59,7 +60,6 @@ constexpr const char* kFiles[] = {
         "/my_product/cust/CN/etc/devicename.cfg",
         "/sys/block/sda/size",
 };
-constexpr const char* kMapFiles[] = {"nvmap.prop", "flags.prop", "custom_map.prop"};
 constexpr const char* kProperties[] = {
         "sys.region.switch.first",
         "sys.sim.switch.first",

@@ -35,8 +35,12 @@ using fuzz_input::Pick;
 
 // Names and values of the map files: short, no whitespace, "=" or "#", some of them equal.
 constexpr const char* kWords[] = {"a", "b", "ab", "K1", "K2", "cn", "CN", "x-y", "", "K1K2K3K4K5"};
-constexpr const char* kMapFiles[] = {"nvmap.prop", "flags.prop", "custom_map.prop"};
-constexpr char kRegionProperty[] = "sys.region.switch.first";
+using fuzz_device::kMapFiles;
+
+// A region key file's line for |key|.
+std::string RegionLine(const std::string& key) {
+    return "sys.region.switch.first=" + key + "\n";
+}
 
 // Map files as the model knows them: (directory index, file name) -> map; nullopt marks a
 // directory standing where the file should be (present, but it can't be read).
@@ -152,8 +156,7 @@ void CheckCreateDirectory(FuzzedDataProvider& in) {
     for (size_t i = 0; i < copied.size(); ++i) {
         if (copied[i] != '/' && copied[i] != '\\') continue;
         const std::string prefix = copied.substr(0, i + 1);
-        std::string normal = std::filesystem::path(prefix).lexically_normal().string();
-        while (normal.size() > 1 && normal.back() == '/') normal.pop_back();
+        const std::string normal = fuzz_device::NormalPath(prefix);
         if (android::base::StartsWith(normal, "/data/t")) expected.insert(normal);
     }
     if (android::init::createDirectory(path) != 0) fuzz_device::Fail("createDirectory " + path);
@@ -164,8 +167,7 @@ void CheckRegionFiles(FuzzedDataProvider& in) {
     const std::string data_file = android::init::kDataRegionSwitchFile;
     const std::string key = Pick(in, kWords);
     const bool other_line = in.ConsumeBool();
-    fuzz_device::PutFile(data_file, (other_line ? "x=1\n" : "") + std::string(kRegionProperty) +
-                                            "=" + key + "\n");
+    fuzz_device::PutFile(data_file, (other_line ? "x=1\n" : "") + RegionLine(key));
     const bool traced = !key.empty() && !ModelSource(key, "custom_map.prop").empty();
     if (android::init::isConvertFromCustomMap(data_file) != traced) {
         fuzz_device::Fail("region key " + key + " traced");
@@ -180,7 +182,7 @@ void CheckRegionFiles(FuzzedDataProvider& in) {
     std::string content;
     const bool written =
             android::base::ReadFileToString(android::init::kReserveRegionSwitchFile, &content);
-    if (value.empty() ? written : content != std::string(kRegionProperty) + "=" + value + "\n") {
+    if (value.empty() ? written : content != RegionLine(value)) {
         fuzz_device::Fail("reserve region file for " + value);
     }
 }
@@ -198,19 +200,19 @@ void CheckDomestic(FuzzedDataProvider& in) {
     unlink(reserve.c_str());
     unlink(data_file.c_str());
     const bool had_reserve = in.ConsumeIntegralInRange(0, 3) == 0;
-    if (had_reserve) fuzz_device::PutFile(reserve, std::string(kRegionProperty) + "=old\n");
+    if (had_reserve) fuzz_device::PutFile(reserve, RegionLine("old"));
     const std::string data_key = Pick(in, kWords);
     const bool had_data = in.ConsumeBool();
-    if (had_data) fuzz_device::PutFile(data_file, std::string(kRegionProperty) + "=" + data_key + "\n");
+    if (had_data) fuzz_device::PutFile(data_file, RegionLine(data_key));
     const std::string province = Pick(in, kWords), company = Pick(in, kWords);
     hostplatform::SetProperty("ro.sys.region.switch.first", province);
     hostplatform::SetProperty("ro.zelva.image.my_company.type", company);
 
-    std::string expected = had_reserve ? std::string(kRegionProperty) + "=old\n" : "";
+    std::string expected = had_reserve ? RegionLine("old") : "";
     const bool traced = had_data && !data_key.empty() && !ModelSource(data_key, "custom_map.prop").empty();
     if (domestic && !had_reserve && !traced) {
         const std::string key = !province.empty() ? province : ModelTarget(company, "custom_map.prop");
-        if (!key.empty()) expected = std::string(kRegionProperty) + "=" + key + "\n";
+        if (!key.empty()) expected = RegionLine(key);
     }
     android::init::doRegionSwitchForDomestic();
     std::string content;
