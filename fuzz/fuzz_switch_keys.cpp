@@ -165,14 +165,25 @@ void CheckCreateDirectory(FuzzedDataProvider& in) {
 
 void CheckRegionFiles(FuzzedDataProvider& in) {
     const std::string data_file = android::init::kDataRegionSwitchFile;
+    if (android::init::isConvertFromCustomMap("") ||
+        android::init::isConvertFromCustomMap(data_file + ".missing")) {
+        fuzz_device::Fail("an empty path or a missing region file traced");
+    }
     const std::string key = Pick(in, kWords);
     const bool other_line = in.ConsumeBool();
-    fuzz_device::PutFile(data_file, (other_line ? "x=1\n" : "") + RegionLine(key));
-    const bool traced = !key.empty() && !ModelSource(key, "custom_map.prop").empty();
+    // A directory in the file's place can't be read: it is not traced, and it stays.
+    const bool unreadable = in.ConsumeIntegralInRange(0, 7) == 0;
+    std::error_code ec;
+    std::filesystem::remove_all(data_file, ec);
+    if (unreadable) std::filesystem::create_directories(data_file, ec);
+    if (!unreadable) fuzz_device::PutFile(data_file, (other_line ? "x=1\n" : "") + RegionLine(key));
+    const bool traced = !unreadable && !key.empty() && !ModelSource(key, "custom_map.prop").empty();
     if (android::init::isConvertFromCustomMap(data_file) != traced) {
         fuzz_device::Fail("region key " + key + " traced");
     }
-    if ((access(data_file.c_str(), F_OK) == 0) != traced) fuzz_device::Fail("data region file");
+    if ((access(data_file.c_str(), F_OK) == 0) != (traced || unreadable)) {
+        fuzz_device::Fail("data region file");
+    }
 
     const std::string value = Pick(in, kWords);
     unlink(android::init::kReserveRegionSwitchFile);
@@ -189,7 +200,7 @@ void CheckRegionFiles(FuzzedDataProvider& in) {
 
 // The domestic conversion: only on a "CN" device without a usable region file, the province
 // (as it stands) or else the company type mapped through custom_map.prop becomes the reserve
-// region file's key.
+// region file's key; without the reserve directory nothing is written (the next boot retries).
 void CheckDomestic(FuzzedDataProvider& in) {
     const std::string reserve = android::init::kReserveRegionSwitchFile;
     const std::string data_file = android::init::kDataRegionSwitchFile;
@@ -197,8 +208,10 @@ void CheckDomestic(FuzzedDataProvider& in) {
     fuzz_device::PutFile(android::init::kRegionBuildProp,
                          std::string(android::init::kSkuRegionProperty) + "=" +
                                  (domestic ? "CN" : "EU") + "\n");
-    unlink(reserve.c_str());
-    unlink(data_file.c_str());
+    std::error_code ec;
+    std::filesystem::remove_all(reserve, ec);
+    std::filesystem::remove_all(data_file, ec);
+    if (in.ConsumeIntegralInRange(0, 5) == 0) std::filesystem::remove_all(android::init::kReserveSsvDir, ec);
     const bool had_reserve = in.ConsumeIntegralInRange(0, 3) == 0;
     if (had_reserve) fuzz_device::PutFile(reserve, RegionLine("old"));
     const std::string data_key = Pick(in, kWords);
@@ -210,7 +223,8 @@ void CheckDomestic(FuzzedDataProvider& in) {
 
     std::string expected = had_reserve ? RegionLine("old") : "";
     const bool traced = had_data && !data_key.empty() && !ModelSource(data_key, "custom_map.prop").empty();
-    if (domestic && !had_reserve && !traced) {
+    const bool reserve_dir = access(android::init::kReserveSsvDir, F_OK) == 0;
+    if (domestic && !had_reserve && !traced && reserve_dir) {
         const std::string key = !province.empty() ? province : ModelTarget(company, "custom_map.prop");
         if (!key.empty()) expected = RegionLine(key);
     }
@@ -218,6 +232,7 @@ void CheckDomestic(FuzzedDataProvider& in) {
     std::string content;
     android::base::ReadFileToString(reserve, &content);
     if (content != expected) fuzz_device::Fail("domestic region file");
+    std::filesystem::create_directories(android::init::kReserveSsvDir);
 }
 
 }  // namespace
