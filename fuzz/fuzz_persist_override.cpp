@@ -8,11 +8,12 @@
 // content is a line feed.
 //
 // The host applies each batch as init would. What must hold:
-// - every batch is non-empty; kind 1 holds no "ro." name; kind 2 is a one-entry record;
+// - every batch is non-empty; kind 1 holds no "ro." name; kind 2 holds only "persist." names,
+//   and a company record in it is its only entry;
 // - after a boot, each key file that the boot wrote is one "<property>=<value>" line, the
 //   convert marker is written only together with the first file, and no file is left empty;
-// - a second boot on the tree the first one left, from the same properties, writes no file
-//   and, unless a "sys." property was given, resolves the same keys.
+// - a second boot on the tree the first one left, from the same properties plus what the first
+//   boot's restore batches set (init keeps those across the reboot), writes no file and, unless a "sys." property was given, resolves the same keys.
 // A key taken as read (a legacy bare key file's content, the region removal property's value)
 // keeps its line breaks and blanks on the boot that writes its line, so that line may span
 // more than one line, and later boots read the key back as the line's first line, trimmed.
