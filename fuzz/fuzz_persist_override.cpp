@@ -14,8 +14,8 @@
 //   convert marker is written only together with the first file, and no file is left empty;
 // - a second boot on the tree the first one left, from the same properties plus what the first
 //   boot's restore batches set (init keeps those across the reboot), writes no file and, unless a "sys." property was given, resolves the same keys.
-// A key taken as read (a legacy bare key file's content, the region removal property's value)
-// keeps its line breaks and blanks on the boot that writes its line, so that line may span
+// A key taken as read (a legacy bare key file's content, the province or the region removal
+// property's value) keeps its line breaks and blanks on the boot that writes its line, so that line may span
 // more than one line, and later boots read the key back as the line's first line, trimmed.
 
 #include <android-base/logging.h>
@@ -111,14 +111,17 @@ std::string ReadBack(const std::string& raw) {
 }
 
 // Per key file, the key that a boot would take as read and write into it: a reserve file's own
-// content (a legacy bare key), the region removal property's value for the data region file.
-// Only those that read back as something else.
+// content (a legacy bare key), the province value for a reserve region file that the domestic
+// conversion would make (it stores the province as it stands), the region removal property's
+// value for the data region file. Only those that read back as something else.
 std::map<std::string, std::string> KeysTakenAsRead() {
     std::map<std::string, std::string> raw;
     for (const auto& [path, file] : kKeyFiles) {
         std::string content;
         if (path == paths::kDataRegionSwitchFile) {
             content = fuzz_device::Property("persist.sys.remove.region.apk");
+        } else if (path == paths::kReserveRegionSwitchFile && access(path.c_str(), F_OK) != 0) {
+            content = fuzz_device::Property("ro.sys.region.switch.first");
         } else if (!android::base::ReadFileToString(path, &content)) {
             continue;
         }
