@@ -281,7 +281,7 @@ bool ReachesHostDirectory(const PropertyMap& request) {
 }
 
 // Removes the directories made since |before| outside the tree's top-level directories (a module
-// directory may lead there through ".."): FreshTree empties only the top level.
+// directory may lead there through ".."): FreshInput empties only the top level.
 void RemoveOutsideTree(const std::map<std::string, fuzz_device::Entry>& before) {
     for (const auto& [path, entry] : fuzz_device::WalkRoot()) {
         if (!entry.directory || before.count(path) != 0 || fuzz_device::InTree(path)) continue;

@@ -84,22 +84,17 @@ inline void Enter(sandbox::DeviceTree tree) {
     }
 }
 
-// Empties every top-level directory: what one input left behind is gone before the next. Only
-// what is there is removed (the directories themselves are mount points and stay), which on a
-// small tree is a few system calls.
-inline void FreshTree() {
+// What one input left behind is gone before the next: every top-level directory is emptied
+// (they are mount points and stay; on a small tree this is a few system calls), and no property
+// is set. With |key_stores|, the directories of the reserve and data key stores are there, as on
+// a device where the partitions are mounted.
+inline void FreshInput(bool key_stores = false) {
     for (const char* dir : kTopLevel) {
         std::error_code ec;
         for (const auto& entry : std::filesystem::directory_iterator(dir, ec)) {
             std::filesystem::remove_all(entry.path(), ec);
         }
     }
-}
-
-// An empty tree and no properties; with |key_stores|, the directories of the reserve and data
-// key stores are there, as on a device where the partitions are mounted.
-inline void FreshInput(bool key_stores = false) {
-    FreshTree();
     hostplatform::ResetProperties();
     if (!key_stores) return;
     std::filesystem::create_directories(android::init::kReserveSsvDir);

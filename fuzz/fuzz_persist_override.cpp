@@ -151,15 +151,16 @@ void CheckBatch(int kind, const PropertyMap& batch) {
 struct Boot {
     std::vector<std::string> keys;
     std::map<std::string, fuzz_device::Entry> tree;
+    PropertyMap restored;  // the entries of its restore batches (kind 2)
 };
 
-// Runs slot 6 once; the entries of its restore batches (kind 2) are added to |restored|.
-Boot RunBoot(PropertyMap* restored) {
+Boot RunBoot() {
     InitExtensionPropertyImpl impl;
-    const int result = impl.loadPersistOverrideProperties([restored](int kind, PropertyMap batch) {
+    PropertyMap restored;
+    const int result = impl.loadPersistOverrideProperties([&restored](int kind, PropertyMap batch) {
         CheckBatch(kind, batch);
-        if (kind == 2) {
-            for (const auto& [name, value] : batch) (*restored)[name] = value;
+        for (const auto& [name, value] : batch) {
+            if (kind == 2) restored[name] = value;  // a later batch's value wins, as for the host
         }
         fuzz_device::ApplyBatch(batch);
     });
@@ -168,7 +169,7 @@ Boot RunBoot(PropertyMap* restored) {
     // conversion, so later boots take it from the operator properties instead, by design.
     return {{impl.regionSwitchKey, impl.simSwitchFirstKey, impl.simSwitchCurrentKey,
              impl.switchCarrierChannelKey, impl.nvOldFlag, impl.nvOldKey},
-            fuzz_device::WalkRoot()};
+            fuzz_device::WalkRoot(), restored};
 }
 
 // What the files that a boot wrote must look like. Returns the key files written with a key
@@ -234,8 +235,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
 
     fuzz_device::Age();
-    PropertyMap restored;
-    const Boot first = RunBoot(&restored);
+    const Boot first = RunBoot();
     const std::map<std::string, std::string> written_as_read = CheckWritten(first, as_read);
 
     // The second boot starts from the same properties, and what differs is the tree, with one
@@ -245,10 +245,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // second boot would reset again, delete both region files and write them anew.
     hostplatform::ResetProperties();
     for (const auto& [name, value] : build) hostplatform::SetProperty(name, value);
-    for (const auto& [name, value] : restored) hostplatform::SetProperty(name, value);
+    for (const auto& [name, value] : first.restored) hostplatform::SetProperty(name, value);
     fuzz_device::Age();
-    PropertyMap restored_again;
-    const Boot second = RunBoot(&restored_again);
+    const Boot second = RunBoot();
     for (const auto& [path, entry] : second.tree) {
         if (entry.directory || entry.aged) continue;
         // One rewrite is by design: on a domestic device the region conversion removes a data
