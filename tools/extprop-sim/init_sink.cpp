@@ -43,7 +43,7 @@ void UseUtf8Locale() {
 }
 
 InitSink::InitSink(sandbox::Context& device, const InitSetup& setup)
-    : device_(device), record_(device.sink()) {
+    : device_(device) {
     rules_.host = setup.host;
     rules_.legal = setup.legal;
     auto contexts = LoadDeviceContexts(setup.contexts_files, setup.find_tree_contexts);
@@ -66,7 +66,7 @@ InitSink::InitSink(sandbox::Context& device, const InitSetup& setup)
 }
 
 sandbox::Sink InitSink::sink() {
-    return [this](int kind, sandbox::PropertyMap props) { Apply(kind, props); };
+    return [this](int kind, sandbox::PropertyMap props) { Apply(kind, std::move(props)); };
 }
 
 void InitSink::SetHost(HostMode host) {
@@ -74,16 +74,21 @@ void InitSink::SetHost(HostMode host) {
     rules_.host = host;
 }
 
-void InitSink::Apply(int kind, const sandbox::PropertyMap& props) {
+void InitSink::Apply(int kind, sandbox::PropertyMap props) {
     std::lock_guard<std::mutex> guard(lock_);
     const size_t batch = batches_++;
-    record_(kind, props);
-    for (const auto& [name, value] : props) {
-        const auto refusal = InitRefusal(rules_, name, value, hostplatform::GetProperty(name));
+    device_.Record(kind, props);
+    // Each entry moves into the store as init takes it: a batch can hold a
+    // whole large build.prop, which the batch and the store needn't both hold.
+    while (!props.empty()) {
+        auto entry = props.extract(props.begin());
+        const std::string& name = entry.key();
+        const auto refusal =
+                InitRefusal(rules_, name, entry.mapped(), hostplatform::GetProperty(name));
         if (refusal) {
             device_.Note(kRefusalNote + std::to_string(batch) + " " + name, *refusal);
         } else {
-            hostplatform::SetProperty(name, value);
+            hostplatform::SetProperty(std::move(entry.key()), std::move(entry.mapped()));
         }
     }
 }

@@ -48,10 +48,9 @@ class InitSink {
     void SetHost(HostMode host);
 
   private:
-    void Apply(int kind, const sandbox::PropertyMap& props);
+    void Apply(int kind, sandbox::PropertyMap props);
 
     sandbox::Context& device_;
-    const sandbox::Sink record_;
     InitRules rules_;
     std::unique_ptr<PropertyContexts> contexts_;
     std::mutex lock_;  // the COTA bind thread hands batches over too
