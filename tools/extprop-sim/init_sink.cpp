@@ -100,6 +100,17 @@ std::optional<std::string> RefusalOf(const sandbox::Outcome& outcome, size_t bat
     return it->second;
 }
 
+std::map<std::string_view, std::string_view> RefusalsOf(const sandbox::Outcome& outcome,
+                                                         size_t batch) {
+    const std::string prefix = kRefusalNote + std::to_string(batch) + " ";
+    std::map<std::string_view, std::string_view> refusals;
+    for (auto it = outcome.notes.lower_bound(prefix);
+         it != outcome.notes.end() && android::base::StartsWith(it->first, prefix); ++it) {
+        refusals.emplace(std::string_view(it->first).substr(prefix.size()), it->second);
+    }
+    return refusals;
+}
+
 std::string ContextsInUse(const sandbox::Outcome& outcome) {
     auto it = outcome.notes.find(kContextsNote);
     return it == outcome.notes.end() || it->second.empty()

@@ -5,10 +5,12 @@
 // has. Refusals go back to the report as notes.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "init_rules.h"
@@ -62,6 +64,9 @@ class InitSink {
 // The reason entry |name| of batch |batch| was refused, or nullopt.
 std::optional<std::string> RefusalOf(const sandbox::Outcome& outcome, size_t batch,
                                      const std::string& name);
+// Every entry of batch |batch| that init refused, by name, with its reason.
+std::map<std::string_view, std::string_view> RefusalsOf(const sandbox::Outcome& outcome,
+                                                         size_t batch);
 // "off (...)" or the contexts files in use.
 std::string ContextsInUse(const sandbox::Outcome& outcome);
 // The context of InitSetup::context_of: "u:object_r:x:s0 (type bool)", "none",
