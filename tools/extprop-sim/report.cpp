@@ -34,9 +34,9 @@ void AppendBatchText(const sandbox::Batch& batch, const BatchEffects& effects,
         *out += ' ';
         *out += kMarks[effect.what];
         *out += ' ';
-        *out += Printable(name);
+        AppendPrintable(name, out);
         *out += '=';
-        *out += Printable(value);
+        AppendPrintable(value, out);
         if (effect.what == Effect::kChanged || effect.what == Effect::kCleared) {
             *out += "  (was " + Printable(effect.before) + ")";
         }
@@ -93,7 +93,10 @@ std::string BootReportText(const BootConfig& config, const BootResult& result) {
     }
     out += "\n== Properties after boot (" + std::to_string(outcome.properties.size()) + ")\n";
     for (const auto& [name, value] : outcome.properties) {
-        out += Printable(name) + "=" + Printable(value) + "\n";
+        AppendPrintable(name, &out);
+        out += '=';
+        AppendPrintable(value, &out);
+        out += '\n';
     }
     return out;
 }
