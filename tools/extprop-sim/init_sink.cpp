@@ -83,8 +83,10 @@ void InitSink::Apply(int kind, sandbox::PropertyMap props) {
     while (!props.empty()) {
         auto entry = props.extract(props.begin());
         const std::string& name = entry.key();
-        const auto refusal =
-                InitRefusal(rules_, name, entry.mapped(), hostplatform::GetProperty(name));
+        // Only stock init's read-only rule looks at what the store holds.
+        const auto refusal = InitRefusal(
+                rules_, name, entry.mapped(),
+                rules_.host == HostMode::kAosp ? hostplatform::GetProperty(name) : std::nullopt);
         if (refusal) {
             device_.Note(kRefusalNote + std::to_string(batch) + " " + name, *refusal);
         } else {
