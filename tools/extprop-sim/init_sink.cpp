@@ -80,6 +80,8 @@ void InitSink::Apply(int kind, sandbox::PropertyMap props) {
     device_.Record(kind, props);
     // Each entry moves into the store as init takes it: a batch can hold a
     // whole large build.prop, which the batch and the store needn't both hold.
+    // Its refusals go back in one record.
+    sandbox::PropertyMap refusals;
     while (!props.empty()) {
         auto entry = props.extract(props.begin());
         const std::string& name = entry.key();
@@ -88,11 +90,13 @@ void InitSink::Apply(int kind, sandbox::PropertyMap props) {
                 rules_, name, entry.mapped(),
                 rules_.host == HostMode::kAosp ? hostplatform::GetProperty(name) : std::nullopt);
         if (refusal) {
-            device_.Note(kRefusalNote + std::to_string(batch) + " " + name, *refusal);
+            refusals.emplace_hint(refusals.end(),
+                                  kRefusalNote + std::to_string(batch) + " " + name, *refusal);
         } else {
             hostplatform::SetProperty(std::move(entry.key()), std::move(entry.mapped()));
         }
     }
+    device_.Notes(refusals);
 }
 
 std::optional<std::string> RefusalOf(const sandbox::Outcome& outcome, size_t batch,

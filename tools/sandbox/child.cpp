@@ -86,6 +86,17 @@ class ChildContext : public Context {
         Send(kNote, {key, value});
     }
 
+    void Notes(const PropertyMap& notes) override {
+        if (notes.empty()) return;
+        std::lock_guard<std::mutex> guard(write_lock_);
+        RecordWriter writer(fd_, kNote, 2 * notes.size());
+        for (const auto& [key, value] : notes) {
+            writer.Field(key);
+            writer.Field(value);
+        }
+        writer.End();
+    }
+
     bool WaitForLog(const std::string& text, std::chrono::milliseconds timeout) override {
         std::unique_lock<std::mutex> guard(state_lock_);
         return logged_.wait_for(guard, timeout, [&] {

@@ -62,6 +62,7 @@ size_t RecordDecoder::HeadFields() const {
     switch (tag_) {
         case kBatch:
             return 2;
+        case kNote:
         case kProperties:
             return 0;
         default:
@@ -120,6 +121,13 @@ void RecordDecoder::Finish() {
         case kProperties:
             outcome_->properties = std::move(map_);
             break;
+        case kNote:
+            // Later notes replace earlier ones of the same key.
+            while (!map_.empty()) {
+                auto note = map_.extract(map_.begin());
+                outcome_->notes.insert_or_assign(std::move(note.key()), std::move(note.mapped()));
+            }
+            break;
         default:
             ApplyRecord({tag_, std::move(head_)}, outcome_);
             break;
@@ -147,9 +155,6 @@ void ApplyRecord(const Record& record, Outcome* outcome) {
                                          static_cast<android::base::LogSeverity>(std::stoi(f[1])),
                                          f[2], static_cast<unsigned>(std::stoul(f[3])), f[4]});
             }
-            break;
-        case kNote:
-            if (f.size() == 2) outcome->notes[f[0]] = f[1];
             break;
         case kTreeEntry:
             if (f.size() == 6) {

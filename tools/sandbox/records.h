@@ -27,7 +27,7 @@ enum RecordTag : char {
     kStarted = 'S',
     kBatch = 'B',       // step, kind, then name and value of each entry
     kLog = 'L',
-    kNote = 'N',
+    kNote = 'N',        // key and value of each note
     kProperties = 'P',  // name and value of each property
     kTreeEntry = 'T',
     kKilledBy = 'K',  // the function's process ended by a signal (its number)

@@ -199,6 +199,8 @@ class Context {
     virtual void SetStep(const std::string& step) = 0;
     // Records a value for the parent to check.
     virtual void Note(const std::string& key, const std::string& value) = 0;
+    // Records many values at once, in one record however many they are.
+    virtual void Notes(const PropertyMap& notes) = 0;
     // Waits until a log message containing |text| has been recorded.
     virtual bool WaitForLog(const std::string& text, std::chrono::milliseconds timeout) = 0;
 };
