@@ -94,11 +94,11 @@ void CallSlot(const Step& step, IInitExtensionProperty* object, sandbox::Context
             break;
         case 4:
             object->loadExtensionPartitionProperties(&map);
-            sink(kFilledMapKind, map);
+            sink(kFilledMapKind, std::move(map));
             break;
         case 5:
             object->loadExtensionPartitionProperties(a[0], &map);
-            sink(kFilledMapKind, map);
+            sink(kFilledMapKind, std::move(map));
             break;
         case 6:
             ctx.Note(note_key, std::to_string(object->loadPersistOverrideProperties(sink)));

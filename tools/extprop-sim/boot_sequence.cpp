@@ -82,14 +82,8 @@ std::vector<int> BootNumbers(const std::vector<Step>& steps) {
     return boots;
 }
 
-PropertyMap PropertiesAtBoot(const PropertyMap& seeded, const PropertyMap& before,
-                             const Step* restart) {
-    PropertyMap properties = seeded;
-    if (restart == nullptr || restart->kind == Step::Kind::kWipeData) return properties;
-    for (const auto& [name, value] : before) {
-        if (android::base::StartsWith(name, kPersistPrefix)) properties[name] = value;
-    }
-    return properties;
+bool IsPersistent(std::string_view name) {
+    return android::base::StartsWith(name, kPersistPrefix);
 }
 
 bool ReadPartitionImage(const Step& ota, PartitionImage* image, std::string* error) {

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <sys/types.h>
@@ -21,14 +22,25 @@ namespace extprop_sim {
 // reboot, wipe-data or ota.
 bool StartsBoot(const Step& step);
 
+// A persist.* property: kept across a reboot, emptied by wipe-data.
+bool IsPersistent(std::string_view name);
+
 // The boot (from 1) that each step runs in.
 std::vector<int> BootNumbers(const std::vector<Step>& steps);
 
 // The property store a boot starts with: the seeded properties, with the
 // persist.* properties the boot before ended with over them, unless the
 // restart wiped the data partition (|restart| is null for the first boot).
-PropertyMap PropertiesAtBoot(const PropertyMap& seeded, const PropertyMap& before,
-                             const Step* restart);
+// |Store| is PropertyMap, or a map of views into longer-lived strings.
+template <typename Store>
+Store PropertiesAtBoot(const PropertyMap& seeded, const Store& before, const Step* restart) {
+    Store properties(seeded.begin(), seeded.end());
+    if (restart == nullptr || restart->kind == Step::Kind::kWipeData) return properties;
+    for (const auto& [name, value] : before) {
+        if (IsPersistent(name)) properties[name] = value;
+    }
+    return properties;
+}
 
 // The content of a directory on the host, to be laid over a partition.
 struct PartitionImage {
