@@ -102,6 +102,12 @@ std::string ContextsInUse(const sandbox::Outcome& outcome) {
                    : it->second;
 }
 
+std::vector<std::string> ContextsFilesInUse(const sandbox::Outcome& outcome) {
+    auto it = outcome.notes.find(kContextsNote);
+    if (it == outcome.notes.end() || it->second.empty()) return {};
+    return android::base::Split(it->second, ", ");
+}
+
 std::optional<std::string> ContextOfNamed(const sandbox::Outcome& outcome) {
     auto it = outcome.notes.find(kContextOfNote);
     if (it == outcome.notes.end()) return std::nullopt;
