@@ -102,6 +102,9 @@ TEST(JsonBytesTest, ParsedValuesRoundTripExactlyThroughTheDocument) {
         file += "test." + c.name + "=" + c.bytes + "\n";
         written["test." + c.name] = c.bytes;
     }
+    // Names are bytes too: this one is Latin-1 and an overlong lead.
+    file += "test.name\xE9\xC0=x\n";
+    written["test.name\xE9\xC0"] = "x";
     ASSERT_TRUE(android::base::WriteStringToFile(file, std::string(dir.path) + "/build.prop"));
 
     const SimulatorRun run = RunSimulator({"parse", "build.prop", "--json"}, dir.path);
