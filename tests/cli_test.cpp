@@ -81,7 +81,8 @@ TEST(CliTest, TreeAsAnArgumentStillWorksWithOneDeprecationLine) {
     };
     for (const Row& row : std::vector<Row>{
                  {{"lint", "birch-cn"}, {"lint", "--root", "birch-cn"}},
-                 {{"diff", "birch-cn", "alder-eu"}, {"diff", "--root", "birch-cn", "--root-b", "alder-eu"}},
+                 {{"diff", "birch-cn", "alder-eu"},
+                  {"diff", "--root", "birch-cn", "--root-b", "alder-eu"}},
          }) {
         const SimulatorRun old_run = RunSimulator(row.old_args);
         const SimulatorRun new_run = RunSimulator(row.new_args);

@@ -15,8 +15,8 @@ namespace {
 using extprop_sim::Json;
 using testing::AllOf;
 using testing::Contains;
-using testing::Field;
 using testing::ElementsAre;
+using testing::Field;
 
 constexpr char kReplacement[] = "\xEF\xBF\xBD";
 
@@ -42,10 +42,18 @@ const std::vector<Utf8Case>& Utf8Cases() {
             {.name = "below_surrogates", .bytes = "\xED\x9F\xBF", .valid = true},
             {.name = "latin1", .bytes = "caf\xE9", .valid = false, .text = "caf" + Replaced(1)},
             {.name = "overlong_two", .bytes = "\xC0\xAF", .valid = false, .text = Replaced(2)},
-            {.name = "overlong_three", .bytes = "\xE0\x80\xAF", .valid = false, .text = Replaced(3)},
+            {.name = "overlong_three",
+             .bytes = "\xE0\x80\xAF",
+             .valid = false,
+             .text = Replaced(3)},
             {.name = "surrogate", .bytes = "\xED\xA0\x80", .valid = false, .text = Replaced(3)},
-            {.name = "above_10ffff", .bytes = "\xF4\x90\x80\x80", .valid = false, .text = Replaced(4)},
-            {.name = "lone_continuation", .bytes = "a\x80z", .valid = false,
+            {.name = "above_10ffff",
+             .bytes = "\xF4\x90\x80\x80",
+             .valid = false,
+             .text = Replaced(4)},
+            {.name = "lone_continuation",
+             .bytes = "a\x80z",
+             .valid = false,
              .text = "a" + Replaced(1) + "z"},
             {.name = "truncated", .bytes = "x\xE2\x82", .valid = false, .text = "x" + Replaced(2)},
     };
@@ -120,8 +128,8 @@ TEST(JsonBytesTest, ParsedValuesRoundTripExactlyThroughTheDocument) {
         auto record = std::find_if(document["properties"].begin(), document["properties"].end(),
                                    [&](const Json& p) { return p["name"] == "test." + c.name; });
         ASSERT_NE(record, document["properties"].end()) << c.name;
-        const Carried expected = c.valid ? Carried{c.bytes, std::nullopt, true}
-                                         : Carried{c.text, c.bytes, false};
+        const Carried expected =
+                c.valid ? Carried{c.bytes, std::nullopt, true} : Carried{c.text, c.bytes, false};
         EXPECT_EQ(CarriedField(*record, "value"), expected) << c.name;
     }
 }
@@ -146,21 +154,20 @@ struct Entry {
 
 void PrintTo(const Entry& entry, std::ostream* os) {
     *os << "{kind " << (entry.kind ? std::to_string(*entry.kind) : "null") << ", " << entry.name
-        << "=" << entry.value << ", " << entry.effect << ", was "
-        << entry.previous.value_or("null") << "}";
+        << "=" << entry.value << ", " << entry.effect << ", was " << entry.previous.value_or("null")
+        << "}";
 }
 
 std::vector<Entry> Entries(const Json& boot) {
     std::vector<Entry> entries;
     for (const Json& batch : boot.at("batches")) {
         for (const Json& entry : batch.at("entries")) {
-            entries.push_back({batch["kind"].is_null() ? std::nullopt
-                                                       : std::optional(batch["kind"].get<int>()),
-                               ExactBytes(entry, "name"), ExactBytes(entry, "value"),
-                               entry["effect"],
-                               entry["previous"].is_null()
-                                       ? std::nullopt
-                                       : std::optional(ExactBytes(entry, "previous"))});
+            entries.push_back(
+                    {batch["kind"].is_null() ? std::nullopt
+                                             : std::optional(batch["kind"].get<int>()),
+                     ExactBytes(entry, "name"), ExactBytes(entry, "value"), entry["effect"],
+                     entry["previous"].is_null() ? std::nullopt
+                                                 : std::optional(ExactBytes(entry, "previous"))});
         }
     }
     return entries;
@@ -175,14 +182,15 @@ TEST_F(JsonBootTest, CompanyHandOverShowsEachEntrysEffect) {
     EXPECT_EQ(boot["schema"], "extprop-sim/1");
     // The company's non-ro. properties as kind 1 (already set by slot 4's map), its date as
     // kind 2.
-    EXPECT_THAT(Entries(boot), Contains(Entry{1, "persist.sys.company.launcher", "classic", "same"}));
+    EXPECT_THAT(Entries(boot),
+                Contains(Entry{1, "persist.sys.company.launcher", "classic", "same"}));
     EXPECT_THAT(Entries(boot),
                 Contains(AllOf(Field(&Entry::kind, 2),
                                Field(&Entry::name, "persist.sys.zelva.company.ota.version.backup"),
                                Field(&Entry::effect, "new"))));
     // The region set replaces the brand region's locale, which slot 4's map had set.
-    EXPECT_THAT(Entries(boot), Contains(Entry{0, "persist.sys.locale.default", "de-DE", "changed",
-                                              "en-IE"}));
+    EXPECT_THAT(Entries(boot),
+                Contains(Entry{0, "persist.sys.locale.default", "de-DE", "changed", "en-IE"}));
     // No machine's paths: the tree and library as this machine names them stay out.
     EXPECT_EQ(run.out.find(ExamplesDir()), std::string::npos);
     EXPECT_EQ(run.out.find(LibraryPath()), std::string::npos);

@@ -58,14 +58,15 @@ Json SmallBootDocument() {
     step = bytes(step, "description", "slot 6 loadPersistOverrideProperties");
     step["args"] = Json::array();
     step = bytes(step, "result", "0");
-    Json batch = {{"step", 0}, {"slot", 6}, {"operation", "loadPersistOverrideProperties"},
-                  {"kind", 0}, {"filled_map", false}, {"entries", {entry}}};
+    Json batch = {
+            {"step", 0}, {"slot", 6},           {"operation", "loadPersistOverrideProperties"},
+            {"kind", 0}, {"filled_map", false}, {"entries", {entry}}};
     Json log = {{"step", 0}, {"severity", "info"}, {"tag", nullptr}};
     log = bytes(log, "file", "utils.cpp");
     log["line"] = 12;
     log = bytes(log, "message", "loaded");
-    return {{"schema", "extprop-sim/1"}, {"command", "boot"},  {"host", "vendor"},
-            {"property_contexts", nullptr},  {"seeded", Json::array()}, {"steps", {step}},
+    return {{"schema", "extprop-sim/1"},    {"command", "boot"},        {"host", "vendor"},
+            {"property_contexts", nullptr}, {"seeded", Json::array()},  {"steps", {step}},
             {"batches", {batch}},           {"properties", {property}}, {"log", {log}}};
 }
 
@@ -78,11 +79,15 @@ TEST(JsonSchemaTest, RejectsDocumentsThatLoseGrowOrBendAKey) {
     for (const Row& row : std::vector<Row>{
                  {"another schema version", [](Json& d) { d["schema"] = "extprop-sim/2"; }},
                  {"no log", [](Json& d) { d.erase("log"); }},
-                 {"an effect init has not", [](Json& d) { d["batches"][0]["entries"][0]["effect"] = "set"; }},
-                 {"an unknown key in an entry", [](Json& d) { d["batches"][0]["entries"][0]["note"] = 1; }},
-                 {"a severity libbase has not", [](Json& d) { d["log"][0]["severity"] = "notice"; }},
+                 {"an effect init has not",
+                  [](Json& d) { d["batches"][0]["entries"][0]["effect"] = "set"; }},
+                 {"an unknown key in an entry",
+                  [](Json& d) { d["batches"][0]["entries"][0]["note"] = 1; }},
+                 {"a severity libbase has not",
+                  [](Json& d) { d["log"][0]["severity"] = "notice"; }},
                  {"hex that is not hex", [](Json& d) { d["properties"][0]["value_hex"] = "zz"; }},
-                 {"a value without its validity", [](Json& d) { d["properties"][0].erase("value_valid_utf8"); }},
+                 {"a value without its validity",
+                  [](Json& d) { d["properties"][0].erase("value_valid_utf8"); }},
                  {"a lint document's keys on boot", [](Json& d) { d["findings"] = Json::array(); }},
          }) {
         Json document = SmallBootDocument();

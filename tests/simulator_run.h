@@ -59,8 +59,8 @@ inline SimulatorRun RunSimulator(const std::vector<std::string>& args,
 inline std::string SchemaFaults(const std::string& document) {
     TemporaryFile file, report;
     android::base::WriteStringToFd(document, file.fd);
-    const std::string command = std::string(ZELVA_PYTHON3) + " " ZELVA_SOURCE_DIR
-                                "/tests/check_json_schema.py " ZELVA_SOURCE_DIR
+    const std::string command = std::string(ZELVA_PYTHON3) +
+                                " " ZELVA_SOURCE_DIR "/tests/check_json_schema.py " ZELVA_SOURCE_DIR
                                 "/docs/extprop-sim.schema.json " +
                                 file.path + " >" + report.path + " 2>&1";
     const int status = system(command.c_str());

@@ -29,9 +29,9 @@ struct ExplainArgs {
 };
 
 struct DiffArgs {
-    BootOptions boot;      // its tree is A's
-    std::string root_b;    // --root-b
-    std::string props_b;   // --props-b; empty: B takes --props too
+    BootOptions boot;     // its tree is A's
+    std::string root_b;   // --root-b
+    std::string props_b;  // --props-b; empty: B takes --props too
     bool json = false;
 };
 

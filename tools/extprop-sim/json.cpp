@@ -117,7 +117,7 @@ std::string JsonText(const Json& document) {
 }
 
 const char* SeverityName(android::base::LogSeverity severity) {
-    static constexpr const char* kNames[] = {"verbose", "debug", "info",  "warning",
+    static constexpr const char* kNames[] = {"verbose", "debug", "info", "warning",
                                              "error",   "fatal", "fatal"};
     return severity >= 0 && severity < 7 ? kNames[severity] : "fatal";
 }

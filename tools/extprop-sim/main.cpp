@@ -121,8 +121,8 @@ std::string Indented(const std::string& text) {
 std::string TopLevelFooter() {
     std::string out = "Commands:\n";
     for (const Command* command : kCommands) {
-        out += std::string("  extprop-sim ") + command->synopsis + "\n" + Indented(command->details) +
-               "\n";
+        out += std::string("  extprop-sim ") + command->synopsis + "\n" +
+               Indented(command->details) + "\n";
     }
     return out + kCommonText;
 }
@@ -139,7 +139,8 @@ CLI::App* AddCommand(CLI::App* app, const Command& command) {
 }
 
 void AddRoot(CLI::App* command, std::string* tree) {
-    command->add_option("--root", *tree, "the device tree, whose directory becomes the device's root")
+    command->add_option("--root", *tree,
+                        "the device tree, whose directory becomes the device's root")
             ->type_name("DIR")
             ->check(kNotEmpty);
 }
@@ -252,8 +253,9 @@ int main(int argc, char** argv) {
     std::vector<std::string> lint_tree;
     CLI::App* lint_command = AddCommand(&app, kLint);
     AddRoot(lint_command, &lint.tree);
-    lint_command->add_option("--props", lint.props_file,
-                             "system properties for the imports' ${name}, one name=value a line")
+    lint_command
+            ->add_option("--props", lint.props_file,
+                         "system properties for the imports' ${name}, one name=value a line")
             ->type_name("FILE")
             ->check(kNotEmpty);
     AddContexts(lint_command, &lint.property_contexts);
@@ -262,7 +264,9 @@ int main(int argc, char** argv) {
 
     ParseArgs parse;
     CLI::App* parse_command = AddCommand(&app, kParse);
-    parse_command->add_option("FILE", parse.file, "the property file")->required()->check(kNotEmpty);
+    parse_command->add_option("FILE", parse.file, "the property file")
+            ->required()
+            ->check(kNotEmpty);
     AddRoot(parse_command, &parse.root);
     parse_command->add_option("--prop", parse.props, "a property for ${name} (repeatable)")
             ->type_name("NAME=VALUE")
@@ -291,8 +295,8 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& e) {
         if (e.get_exit_code() == 0) return app.exit(e);  // --help, --version
         const std::vector<CLI::App*> given = app.get_subcommands();
-        const std::string help =
-                given.empty() ? "extprop-sim --help" : "extprop-sim " + given[0]->get_name() + " --help";
+        const std::string help = given.empty() ? "extprop-sim --help"
+                                               : "extprop-sim " + given[0]->get_name() + " --help";
         return Fail(OneLine(e.what()) + " (see " + help + ")");
     }
 

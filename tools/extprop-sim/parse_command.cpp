@@ -123,9 +123,9 @@ int ParseAlone(const ParseArgs& request) {
     android::base::SetMinimumLogSeverity(request.verbose ? android::base::VERBOSE
                                                          : android::base::INFO);
     if (request.json) {
-        android::base::SetLogger([&output](android::base::LogId, android::base::LogSeverity severity,
-                                           const char*, const char* file, unsigned line,
-                                           const char* message) {
+        android::base::SetLogger([&output](android::base::LogId,
+                                           android::base::LogSeverity severity, const char*,
+                                           const char* file, unsigned line, const char* message) {
             output.Log({"", severity, file != nullptr ? file : "", line, message});
         });
     }

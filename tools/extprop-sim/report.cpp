@@ -146,7 +146,8 @@ std::string BootReportJson(const BootConfig& config, const BootResult& result) {
         json["entries"] = Json::array();
         size_t entry = 0;
         for (const auto& [name, value] : batch.props) {
-            json["entries"].push_back(EntryJson(name, value, effects[b][entry++], outcome.properties));
+            json["entries"].push_back(
+                    EntryJson(name, value, effects[b][entry++], outcome.properties));
         }
         document["batches"].push_back(std::move(json));
     }
@@ -154,7 +155,8 @@ std::string BootReportJson(const BootConfig& config, const BootResult& result) {
     document["log"] = Json::array();
     for (const sandbox::LogRecord& record : outcome.logs) {
         const int step = StepIndex(record.step);
-        document["log"].push_back(LogRecordJson(record, step < 0 ? std::nullopt : std::optional(step)));
+        document["log"].push_back(
+                LogRecordJson(record, step < 0 ? std::nullopt : std::optional(step)));
     }
     return JsonText(document);
 }
