@@ -3,7 +3,6 @@
 // --opt=value, the older tree arguments still accepted with a warning, and the README's
 // usage naming the options each command's --help names.
 
-#include <regex>
 #include <set>
 
 #include <android-base/file.h>
@@ -105,10 +104,17 @@ TEST(CliTest, TreeAsAnArgumentStillWorksWithOneDeprecationLine) {
 
 // The options named in |text|: --long ones, and -v.
 std::set<std::string> OptionNames(const std::string& text) {
-    static const std::regex kOption("(^|[^a-z-])(--[a-z][a-z-]*|-v)\\b");
+    const auto word = [](char c) { return (c >= 'a' && c <= 'z') || c == '-'; };
     std::set<std::string> names;
-    for (std::sregex_iterator it(text.begin(), text.end(), kOption), end; it != end; ++it) {
-        names.insert((*it)[2]);
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '-' || (i > 0 && word(text[i - 1]))) continue;
+        size_t end = i + 1;
+        while (end < text.size() && word(text[end])) ++end;
+        const std::string name = text.substr(i, end - i);
+        if (name == "-v" || (name.size() > 2 && name[1] == '-' && name[2] != '-')) {
+            names.insert(name);
+        }
+        i = end;
     }
     return names;
 }
