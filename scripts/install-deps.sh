@@ -9,7 +9,9 @@ packages=(
   binutils                       # nm, for the exported-symbol check
   android-libbase-dev android-liblog-dev libfmt-dev  # Android's base library and logger
   android-libselinux-dev         # the simulator's property-contexts check (libselinux's backend)
+  libcli11-dev nlohmann-json3-dev  # extprop-sim's command line and --json documents
   libgtest-dev libgmock-dev      # the test suite
+  python3-jsonschema             # the test suite's check of the --json documents
   libbenchmark-dev               # bench/
   clang libclang-rt-14-dev       # libFuzzer targets
   python3                        # bench/ tree generator

@@ -73,7 +73,7 @@ TEST(InitRulesBootTest, AValueOfTheWrongTypeIsRefusedAndNeverSet) {
                                "/odm/etc/selinux/odm_property_contexts"),
                       Contains(" ! persist.sys.zelva.volte.enabled=yes  (refused: " + reason + ")"),
                       Not(Contains("persist.sys.zelva.volte.enabled=yes"))));
-    EXPECT_THAT(Lines(Sim("lint birch-cn").out),
+    EXPECT_THAT(Lines(Sim("lint --root birch-cn").out),
                 Contains("birch-cn/my_carrier/properties/cmcc/SimSwitchFirstTime/first.prop: "
                          "error: init refuses persist.sys.zelva.volte.enabled=yes: " +
                          reason));

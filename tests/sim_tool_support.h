@@ -3,8 +3,6 @@
 // reports: the --json document, and the failed assertions it prints on stderr.
 #pragma once
 
-#include <sys/wait.h>
-
 #include <ostream>
 #include <sstream>
 
@@ -13,6 +11,7 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include "simulator_run.h"
 #include "test_support.h"
 
 namespace zelva_test {
@@ -52,9 +51,12 @@ class ScriptFile {
 };
 
 // Boots |tree| (a directory) with |script| and the --json report.
+// The document must conform to the schema whatever the script asserted.
 inline ToolRun BootScript(const std::string& tree, const ScriptFile& script) {
-    return RunTool(script.dir(), {"boot", "--json", "--root", tree, "--lib", LibraryPath(),
-                                  "--script", script.path()});
+    ToolRun run = RunTool(script.dir(), {"boot", "--json", "--root", tree, "--lib", LibraryPath(),
+                                         "--script", script.path()});
+    EXPECT_THAT(run.out, ConformsToTheSchema());
+    return run;
 }
 
 // One failed assertion as the tool prints it.
@@ -93,16 +95,18 @@ inline std::vector<std::string> StepsByBoot(const nlohmann::json& report) {
     std::vector<std::string> steps;
     for (const auto& step : report["steps"]) {
         steps.push_back("boot " + std::to_string(step["boot"].get<int>()) + ": " +
-                        step["step"].get<std::string>());
+                        step["description"].get<std::string>());
     }
     return steps;
 }
 
-// The steps of the records whose message is |message|.
+// The steps of the records whose message is |message|; -1 outside the steps.
 inline std::vector<int> StepsLogging(const nlohmann::json& report, const std::string& message) {
     std::vector<int> steps;
     for (const auto& record : report["log"]) {
-        if (record["message"] == message) steps.push_back(record["step"].get<int>());
+        if (record["message"] != message) continue;
+        // Records made outside any step (the factory's) have no step.
+        steps.push_back(record["step"].is_null() ? -1 : record["step"].get<int>());
     }
     return steps;
 }

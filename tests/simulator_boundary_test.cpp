@@ -190,7 +190,7 @@ TEST_F(SimulatorBoundaryTest, LintResolvesAbsoluteLinksBelowAPartitionInsideTheD
                    .Symlink("/my_region/properties/ROOT", host_)
                    .Symlink("/my_region/properties/K/regionSwitch", host_)
                    .Symlink("/my_region/etc", host_ + "/etc"));
-    const SimRun run = Sim({"lint", "tree"});
+    const SimRun run = Sim({"lint", "--root", "tree"});
     EXPECT_EQ(run.exit_code, 0) << testing::PrintToString(run);
     EXPECT_THAT(Lines(run.out), ElementsAre("tree: 0 error(s), 0 warning(s)"));
 }
@@ -201,7 +201,7 @@ TEST_F(SimulatorBoundaryTest, LintReportsAPartitionLinkLoopAsTheLibraryMeetsIt) 
                    .File("/system_ext/etc/build.prop", "ro.zelva.image.system_ext.brand=alder\n")
                    .File("/my_region/build.prop", "ro.zelva.pipeline.region=EU\n")
                    .Symlink("/my_carrier", "/my_carrier"));
-    const SimRun run = Sim({"lint", "tree"});
+    const SimRun run = Sim({"lint", "--root", "tree"});
     EXPECT_EQ(run.exit_code, 1) << testing::PrintToString(run);
     EXPECT_THAT(Lines(run.out),
                 ElementsAre("tree/my_carrier: error: Too many levels of symbolic links",
@@ -231,7 +231,7 @@ TEST_F(SimulatorBoundaryTest, OptionFilesBeyondSixteenMebibytesAreOneLineErrors)
                  {"parse", "/dev/zero"},
                  {"boot", "--root", ExamplesDir() + "/alder-eu", "--props", "/dev/zero"},
                  {"boot", "--root", ExamplesDir() + "/alder-eu", "--script", "/dev/zero"},
-                 {"lint", ExamplesDir() + "/alder-eu", "--props", "/dev/zero"}}) {
+                 {"lint", "--root", ExamplesDir() + "/alder-eu", "--props", "/dev/zero"}}) {
         const SimRun run = Sim(args);
         EXPECT_EQ(run.exit_code, 2) << android::base::Join(args, " ");
         EXPECT_EQ(run.err, too_large) << android::base::Join(args, " ");
@@ -260,7 +260,7 @@ TEST_F(SimulatorBoundaryTest, AFileNameWithNewlinesCannotForgeLintLines) {
                    .File("/my_region/properties/DE/regionSwitch/x\nbuild.prop: error: forged\n"
                          "z.prop",
                          "bad\x1b[2Jname=1\r\n"));
-    const SimRun run = Sim({"lint", "tree"});
+    const SimRun run = Sim({"lint", "--root", "tree"});
     EXPECT_EQ(run.exit_code, 1) << testing::PrintToString(run);
     EXPECT_THAT(Lines(run.out),
                 ElementsAre("tree/my_region/properties/DE/regionSwitch/x\\nbuild.prop: error: "
@@ -282,8 +282,8 @@ TEST_F(SimulatorBoundaryTest, ParseAndBootEscapeControlBytesAndJsonStaysExact) {
         EXPECT_EQ(output.find_first_of(std::string("\x1b\r\x7f", 3)), std::string::npos);
     }
     const SimRun json = Sim({"boot", "--root", "tree", "--json"});
-    EXPECT_THAT(json.out, HasSubstr(R"("persist.x": "\u001b[2J\u000dforged\u007f)"
-                                    "\xc2\x9b\""));
+    EXPECT_THAT(json.out, HasSubstr(R"("value": "\u001b[2J\rforged)"
+                                    "\x7f\xc2\x9b\""));
 }
 
 }  // namespace

@@ -57,15 +57,6 @@ TEST_F(SimulatorTest, CommandsOnTheExampleDevices) {
         std::vector<std::string> output;  // parts of the standard output
     };
     for (const Row& row : std::vector<Row>{
-                 // The company hand-over: its non-ro. properties as kind 1, its date as kind 2.
-                 {"boot --json" + kAlder,
-                  0,
-                  {R"("kind": 1, "changed": [], "properties": {)"
-                   "\n"
-                   R"(      "persist.sys.company.launcher": "classic",)"
-                   "\n",
-                   R"("kind": 2, "changed": ["persist.sys.zelva.company.ota.version.backup"])",
-                   R"(Properties", "kind": null, "filled_map": true)"}},
                  // The region set replaces the brand region's locale; slot 4's value doesn't
                  // survive.
                  {"boot" + kAlder,
@@ -98,14 +89,14 @@ TEST_F(SimulatorTest, CommandsOnTheExampleDevices) {
                  {"explain no.such.property --root birch-cn",
                   1,
                   {"No batch carried it.\nUnset after boot.\n"}},
-                 {"diff alder-eu birch-cn --props alder-eu.props --props-b birch-cn.props",
+                 {"diff --root alder-eu --root-b birch-cn --props alder-eu.props --props-b birch-cn.props",
                   1,
                   {"~ ro.zelva.pipeline.region: 'EU' -> 'CN'\n",
                    "+ persist.sys.province=guangdong\n", "- persist.sys.cota.feature=1\n"}},
-                 {"diff birch-cn birch-cn", 0, {"0 added, 0 removed, 0 changed\n"}},
-                 {"lint alder-eu", 0, {"alder-eu: 0 error(s), 0 warning(s)\n"}},
+                 {"diff --root birch-cn --root-b birch-cn", 0, {"0 added, 0 removed, 0 changed\n"}},
+                 {"lint --root alder-eu", 0, {"alder-eu: 0 error(s), 0 warning(s)\n"}},
                  // The bool property its carrier file gives "yes".
-                 {"lint birch-cn",
+                 {"lint --root birch-cn",
                   1,
                   {"first.prop: error: init refuses persist.sys.zelva.volte.enabled=yes: ",
                    "birch-cn: 1 error(s), 0 warning(s)\n"}}}) {
@@ -125,7 +116,7 @@ TEST_F(SimulatorTest, LintReportsEachFaultOfABrokenTreeAndExitsOne) {
                     .Symlink("/my_company/build.prop", "/my_company/etc/build.prop"),
             &error);
     ASSERT_NE(broken, nullptr) << error;
-    const SimRun run = Sim("lint " + broken->path());
+    const SimRun run = Sim("lint --root " + broken->path());
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(run.out,
                 Holds({"/my_region/build.prop: error: illegal property name 'bad name'\n",
@@ -139,8 +130,8 @@ TEST_F(SimulatorTest, LintReportsEachFaultOfABrokenTreeAndExitsOne) {
 TEST_F(SimulatorTest, UsageAndSetupErrorsAreOneLineAndExitTwo) {
     for (const char* args : {"boot --root /no/such/tree", "boot --root alder-eu --frobnicate",
                              "explain ro.x --root alder-eu --lib /no/such/lib.so", "frobnicate",
-                             "explain --root alder-eu", "diff alder-eu", "lint", "lint /no/such",
-                             "diff alder-eu /no/such/tree"}) {
+                             "explain --root alder-eu", "diff --root alder-eu", "lint",
+                             "lint --root /no/such", "diff --root alder-eu --root-b /no/such/tree"}) {
         const SimRun run = Sim(args);
         EXPECT_EQ(run.status, 2) << args;
         EXPECT_THAT(run.err, testing::MatchesRegex("extprop-sim: [^\n]*\n")) << args;

@@ -11,21 +11,10 @@
 
 namespace extprop_sim {
 
-int BootCommand(const Args& args) {
-    BootOptions options;
-    bool json = false, keep_root = false;
+int BootCommand(const BootArgs& args) {
+    const BootOptions& options = args.boot;
+    const bool json = args.json, keep_root = args.keep_root;
     std::string error;
-    for (size_t i = 0; i < args.size(); ++i) {
-        if (TakeBootOption(args, &i, &options, &error)) {
-            if (!error.empty()) return Fail(error);
-        } else if (args[i] == "--json") {
-            json = true;
-        } else if (args[i] == "--keep-root") {
-            keep_root = true;
-        } else {
-            return Fail("unknown argument '" + args[i] + "' for boot");
-        }
-    }
     if (options.tree.empty()) return Fail("boot needs --root DIR");
     BootConfig config;
     if (!MakeBootConfig(options, &config, &error)) return Fail(error);

@@ -12,28 +12,6 @@
 
 namespace extprop_sim {
 
-bool TakeBootOption(const Args& args, size_t* i, BootOptions* options, std::string* error) {
-    const std::string& arg = args[*i];
-    if (arg == "-v" || arg == "--verbose") {
-        options->verbose = true;
-        return true;
-    }
-    std::string* out = arg == "--root"                ? &options->tree
-                       : arg == "--props"             ? &options->props_file
-                       : arg == "--script"            ? &options->script_file
-                       : arg == "--lib"               ? &options->library
-                       : arg == "--host"              ? &options->host
-                       : arg == "--property-contexts" ? &options->property_contexts.emplace_back()
-                                                      : nullptr;
-    if (out == nullptr) return false;
-    if (*i + 1 == args.size() || args[*i + 1].empty()) {
-        *error = arg + " needs a value";
-    } else {
-        *out = args[++*i];
-    }
-    return true;
-}
-
 bool MakeBootConfig(const BootOptions& options, BootConfig* config, std::string* error) {
     struct stat st;
     if (stat(options.tree.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {

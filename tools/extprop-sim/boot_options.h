@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "boot.h"
-#include "commands.h"
 
 namespace extprop_sim {
 
@@ -20,10 +19,6 @@ struct BootOptions {
     std::string host = "vendor";                 // --host vendor|aosp
     std::vector<std::string> property_contexts;  // --property-contexts FILE, repeatable
 };
-
-// Takes args[*i] (and its value, advancing *i) when it is a boot option.
-// Returns false when it isn't one; sets |error| when it is but lacks a value.
-bool TakeBootOption(const Args& args, size_t* i, BootOptions* options, std::string* error);
 
 // The boot the options describe: the tree must be a directory, the library
 // loadable, the props and script files readable and well-formed.

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The simulator's subcommands. Each returns the process exit status:
+// The simulator's subcommands, each with the arguments its command line
+// gave (main.cpp parses them). Each returns the process exit status:
 // 0 success, 1 findings (lint errors, differing trees, a property that plays
 // no part in the boot), 2 a usage or setup error (one line on stderr).
 #pragma once
@@ -7,19 +8,54 @@
 #include <string>
 #include <vector>
 
-namespace extprop_sim {
+#include "boot_options.h"
 
-using Args = std::vector<std::string>;
+namespace extprop_sim {
 
 constexpr int kExitOk = 0;
 constexpr int kExitFindings = 1;
 constexpr int kExitError = 2;
 
-int ParseCommand(const Args& args);
-int BootCommand(const Args& args);
-int ExplainCommand(const Args& args);
-int DiffCommand(const Args& args);
-int LintCommand(const Args& args);
+struct BootArgs {
+    BootOptions boot;
+    bool json = false;
+    bool keep_root = false;
+};
+
+struct ExplainArgs {
+    BootOptions boot;
+    std::string name;
+    bool json = false;
+};
+
+struct DiffArgs {
+    BootOptions boot;     // its tree is A's
+    std::string root_b;   // --root-b
+    std::string props_b;  // --props-b; empty: B takes --props too
+    bool json = false;
+};
+
+struct LintArgs {
+    std::string tree;  // --root
+    std::string props_file;
+    std::vector<std::string> property_contexts;
+    bool json = false;
+};
+
+struct ParseArgs {
+    std::string file;
+    std::string root;
+    std::string filter;
+    std::vector<std::string> props;  // --prop NAME=VALUE, repeatable
+    bool verbose = false;
+    bool json = false;
+};
+
+int BootCommand(const BootArgs& args);
+int ExplainCommand(const ExplainArgs& args);
+int DiffCommand(const DiffArgs& args);
+int LintCommand(const LintArgs& args);
+int ParseCommand(const ParseArgs& args);
 
 // Prints "extprop-sim: <message>" on stderr and returns kExitError.
 int Fail(const std::string& message);

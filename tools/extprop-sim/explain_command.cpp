@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// explain NAME --root DIR: the history of one property through a boot.
+// explain NAME --root DIR [--json]: the history of one property through a boot.
 //
 // The parser logs each file it has loaded ("(Loading properties from F took
 // Nms.)", at VERBOSE, after the file's own lines and after the files it
@@ -23,7 +23,9 @@
 #include "explain_derived.h"
 #include "file_history.h"
 #include "init_sink.h"
+#include "json.h"
 #include "printable.h"
+#include "report.h"
 #include "utils.h"
 
 namespace extprop_sim {
@@ -115,22 +117,59 @@ std::string Quote(const std::string& value) {
     return "'" + Printable(value) + "'";
 }
 
+// The story as one JSON document: the same facts as the text, each batch
+// with init's verdict.
+Json ExplainJson(const BootConfig& config, const BootResult& result, const std::string& name,
+                 const std::vector<Definition>& definitions) {
+    const sandbox::Outcome& outcome = result.outcome;
+    Json document = JsonDocument("explain");
+    PutBytes(&document, "name", name);
+    document["host"] = HostModeName(config.init.host);
+    document["property_contexts"] = ContextsJson(outcome);
+    PutBytes(&document, "context", ContextOfNamed(outcome));
+    auto seeded = config.properties.find(name);
+    PutBytes(&document, "seeded",
+             seeded == config.properties.end() ? std::nullopt : std::optional(seeded->second));
+    document["definitions"] = Json::array();
+    for (const Definition& definition : definitions) {
+        Json json = StepJson(result, StepIndex(definition.step));
+        PutBytes(&json, "file", definition.file);
+        PutBytes(&json, "value", definition.value);
+        json["overridden"] = BytesList(definition.overridden);
+        document["definitions"].push_back(std::move(json));
+    }
+    document["batches"] = Json::array();
+    std::optional<std::string> accepted;
+    for (size_t b = 0; b < outcome.batches.size(); ++b) {
+        const sandbox::Batch& batch = outcome.batches[b];
+        auto it = batch.props.find(name);
+        if (it == batch.props.end()) continue;
+        const auto refusal = RefusalOf(outcome, b, name);
+        if (!refusal) accepted = it->second;
+        Json json = StepJson(result, StepIndex(batch.step));
+        json["kind"] = batch.kind == kFilledMapKind ? Json(nullptr) : Json(batch.kind);
+        json["filled_map"] = batch.kind == kFilledMapKind;
+        PutBytes(&json, "value", it->second);
+        json["verdict"] = refusal ? "refused" : "set";
+        PutBytes(&json, "reason", refusal);
+        document["batches"].push_back(std::move(json));
+    }
+    PutBytes(&document, "last_set", accepted);
+    auto final_value = outcome.properties.find(name);
+    PutBytes(&document, "final",
+             final_value == outcome.properties.end() ? std::nullopt
+                                                     : std::optional(final_value->second));
+    document["known"] = !document["batches"].empty() || !definitions.empty() ||
+                        final_value != outcome.properties.end();
+    return document;
+}
+
 }  // namespace
 
-int ExplainCommand(const Args& args) {
-    BootOptions options;
-    std::string name, error;
-    for (size_t i = 0; i < args.size(); ++i) {
-        if (TakeBootOption(args, &i, &options, &error)) {
-            if (!error.empty()) return Fail(error);
-        } else if (!args[i].empty() && args[i][0] == '-') {
-            return Fail("unknown option '" + args[i] + "' for explain");
-        } else if (name.empty()) {
-            name = args[i];
-        } else {
-            return Fail("explain takes one NAME, got '" + name + "' and '" + args[i] + "'");
-        }
-    }
+int ExplainCommand(const ExplainArgs& args) {
+    const BootOptions& options = args.boot;
+    const std::string& name = args.name;
+    std::string error;
     if (name.empty()) return Fail("explain needs a property NAME");
     if (options.tree.empty()) return Fail("explain needs --root DIR");
     BootConfig config;
@@ -154,6 +193,11 @@ int ExplainCommand(const Args& args) {
     }
     std::vector<Definition> definitions = LoadedDefinitions(outcome, name);
     AttributeOverrides(outcome, name, &definitions);
+    if (args.json) {
+        const Json document = ExplainJson(config, result, name, definitions);
+        fputs(JsonText(document).c_str(), stdout);
+        return document["known"] ? kExitOk : kExitFindings;
+    }
     const DefinitionsOf definitions_of = [&outcome](const std::string& input) {
         std::vector<FileValue> files;
         for (const Definition& d : LoadedDefinitions(outcome, input)) {

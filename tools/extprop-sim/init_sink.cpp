@@ -141,6 +141,18 @@ std::string ContextsInUse(const sandbox::Outcome& outcome) {
                    : it->second;
 }
 
+std::vector<std::string> ContextsFilesInUse(const sandbox::Outcome& outcome) {
+    auto it = outcome.notes.find(kContextsNote);
+    if (it == outcome.notes.end() || it->second.empty()) return {};
+    std::vector<std::string> files;
+    for (size_t begin = 0;;) {
+        const size_t end = it->second.find(", ", begin);
+        files.push_back(it->second.substr(begin, end - begin));
+        if (end == std::string::npos) return files;
+        begin = end + 2;
+    }
+}
+
 std::optional<std::string> ContextOfNamed(const sandbox::Outcome& outcome) {
     auto it = outcome.notes.find(kContextOfNote);
     if (it == outcome.notes.end()) return std::nullopt;

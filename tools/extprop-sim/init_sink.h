@@ -72,6 +72,8 @@ std::map<std::string_view, std::string_view> RefusalsOf(const sandbox::Outcome& 
                                                          size_t batch);
 // "off (...)" or the contexts files in use.
 std::string ContextsInUse(const sandbox::Outcome& outcome);
+// The contexts files in use; none when the check was off.
+std::vector<std::string> ContextsFilesInUse(const sandbox::Outcome& outcome);
 // The context of InitSetup::context_of: "u:object_r:x:s0 (type bool)", "none",
 // or nullopt when the context check was off.
 std::optional<std::string> ContextOfNamed(const sandbox::Outcome& outcome);

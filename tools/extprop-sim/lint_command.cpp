@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// lint TREE: reads a device tree the way the library will, from inside the
+// lint --root DIR: reads a device tree the way the library will, from inside the
 // device root, and reports what would silently go wrong at boot.
 
 #include <limits.h>
@@ -17,6 +17,7 @@
 #include "commands.h"
 #include "hostplatform/property_store.h"
 #include "init_sink.h"
+#include "json.h"
 #include "lint.h"
 #include "option_file.h"
 #include "printable.h"
@@ -102,27 +103,9 @@ void LintInDevice(sandbox::Context& device, const PropertyMap& seeded,
 
 }  // namespace
 
-int LintCommand(const Args& args) {
-    std::string tree, props_file;
-    std::vector<std::string> contexts_files;
-    for (size_t i = 0; i < args.size(); ++i) {
-        if (args[i] == "--props") {
-            if (i + 1 == args.size() || args[i + 1].empty()) return Fail("--props needs a value");
-            props_file = args[++i];
-        } else if (args[i] == "--property-contexts") {
-            if (i + 1 == args.size() || args[i + 1].empty()) {
-                return Fail("--property-contexts needs a value");
-            }
-            contexts_files.push_back(args[++i]);
-        } else if (!args[i].empty() && args[i][0] == '-') {
-            return Fail("unknown option '" + args[i] + "' for lint");
-        } else if (tree.empty()) {
-            tree = args[i];
-        } else {
-            return Fail("lint takes one device tree, got '" + tree + "' and '" + args[i] + "'");
-        }
-    }
-    if (tree.empty()) return Fail("lint needs a device tree");
+int LintCommand(const LintArgs& args) {
+    std::string tree = args.tree;
+    if (tree.empty()) return Fail("lint needs a device tree, --root DIR");
     while (tree.size() > 1 && tree.back() == '/') tree.pop_back();
     struct stat st;
     if (stat(tree.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
@@ -130,9 +113,11 @@ int LintCommand(const Args& args) {
     }
     PropertyMap seeded;
     std::string error;
-    if (!props_file.empty() && !ReadPropsFile(props_file, &seeded, &error)) return Fail(error);
+    if (!args.props_file.empty() && !ReadPropsFile(args.props_file, &seeded, &error)) {
+        return Fail(error);
+    }
     std::vector<ContextsFile> given_contexts;
-    for (const std::string& file : contexts_files) {
+    for (const std::string& file : args.property_contexts) {
         auto content = ReadOptionFile(file);
         if (!content.ok()) return Fail(content.error().message());
         given_contexts.push_back({file, *content});
@@ -152,15 +137,34 @@ int LintCommand(const Args& args) {
     if (!outcome.Completed()) return Fail("cannot read " + tree + ": " + outcome.Describe());
 
     size_t errors = 0, warnings = 0;
+    Json findings = Json::array();
     for (const sandbox::Batch& finding : outcome.batches) {
         const bool is_error = finding.kind == 0;
         (is_error ? errors : warnings)++;
+        if (args.json) {
+            Json json = Json::object();
+            PutBytes(&json, "path", finding.props.at("path"));
+            json["line"] = nullptr;
+            json["severity"] = is_error ? "error" : "warning";
+            PutBytes(&json, "message", finding.props.at("problem"));
+            json["rule"] = nullptr;
+            findings.push_back(std::move(json));
+            continue;
+        }
         const std::string line = tree + finding.props.at("path") +
                                  (is_error ? ": error: " : ": warning: ") +
                                  finding.props.at("problem");
         printf("%s\n", Printable(line).c_str());
     }
-    printf("%s: %zu error(s), %zu warning(s)\n", Printable(tree).c_str(), errors, warnings);
+    if (args.json) {
+        Json document = JsonDocument("lint");
+        document["findings"] = std::move(findings);
+        document["errors"] = errors;
+        document["warnings"] = warnings;
+        fputs(JsonText(document).c_str(), stdout);
+    } else {
+        printf("%s: %zu error(s), %zu warning(s)\n", Printable(tree).c_str(), errors, warnings);
+    }
     return errors != 0 ? kExitFindings : kExitOk;
 }
 

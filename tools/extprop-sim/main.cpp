@@ -1,59 +1,87 @@
 // SPDX-License-Identifier: Apache-2.0
 // extprop-sim: boots libzelvaextproperty against a device tree on a Linux
-// machine and shows what init would receive.
+// machine and shows what init would receive. Here: the command line, the
+// same option spelled the same way on every command.
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+
+#include <CLI/CLI.hpp>
 
 #include "build_config.h"
 #include "commands.h"
 #include "printable.h"
 
+namespace extprop_sim {
 namespace {
 
-constexpr char kUsage[] = R"(extprop-sim - runs libzelvaextproperty on a host as init would
+struct Command {
+    const char* name;
+    const char* synopsis;
+    const char* summary;
+    const char* details;
+};
 
-Usage:
-  extprop-sim boot --root DIR [BOOT OPTIONS] [--json] [--keep-root]
-      Makes the device tree DIR the root of a sandboxed child (the tree read-only,
-      the library's writes in a scratch layer over it), loads the library, and
-      runs init's boot sequence (or the steps
-      of --script), setting every batch the way init does. Prints each batch with
-      its slot, operation and kind, marking what each entry did to the property
-      store (+ new, ~ changed, = already set, - cleared, ! refused by init, with
-      the reason) and its value after boot when a later batch changed it; then
-      the properties after boot. A refusal is reported, not an error: exit 0;
-      a failed script assertion (below) exits 1.
-      The library's log goes to stderr; --json prints one JSON document instead.
-  extprop-sim explain NAME --root DIR [BOOT OPTIONS]
-      Boots like boot and tells the story of one property: the --props value it
-      started with, every file that set it (with the step that loaded the file and
-      the values it overrode), every batch that carried it and whether init set
-      or refused it, its SELinux context, and its value after boot. Exit status 1 when the property plays no part in the boot.
-  extprop-sim diff TREE_A TREE_B [BOOT OPTIONS] [--props-b FILE]
-      Boots both trees (--props seeds both unless --props-b gives B its own) and
-      prints the properties whose values after boot differ: - only in A, + only
-      in B, ~ changed. Exit status 0 when they are the same, 1 when they differ.
-  extprop-sim lint TREE [--props FILE] [--property-contexts FILE]...
-      Reads the tree as the library will, inside the device root (links resolve
-      within the tree, a loop is an error), and reports, one "path: severity:
-      problem" line each, what would silently go wrong at boot: properties init
-      would refuse (illegal names or values, no SELinux context, a value not of
-      the context's type) in any property file the library reads, imports that can't be
-      expanded (with the tree's and --props' properties) or name no file, files
-      that are symbolic links or unreadable, property sets no key can select,
-      map file entries whose target key selects nothing, an unknown brand or a
-      missing SKU region. Exit status 1 when there are errors.
-  extprop-sim parse FILE [--root DIR] [--prop NAME=VALUE]... [--filter FILTER] [-v]
-      Loads one property file through the library's parser (imports, filters,
-      ${name} expansion with the --prop values) and prints the result sorted.
-      With --root, FILE (a path inside DIR, or a device path) is read and its
-      imports followed inside the device root DIR; without it, imports are
-      reported as not followed.
-  extprop-sim --help | --version
-      Prints this text, or the program's name and version.
+constexpr Command kBoot = {
+        "boot", "boot --root DIR [BOOT OPTIONS] [--json] [--keep-root]",
+        "Boot a device tree as init would and show every batch",
+        "Makes the device tree DIR the root of a sandboxed child (the tree read-only,\n"
+        "the library's writes in a scratch layer over it), loads the library, and\n"
+        "runs init's boot sequence (or the steps of --script), setting every batch\n"
+        "the way init does. Prints each batch with its slot, operation and kind,\n"
+        "marking what each entry did to the property store (+ new, ~ changed,\n"
+        "= already set, - cleared, ! refused by init, with the reason) and its value\n"
+        "after boot when a later batch changed it; then the properties after boot.\n"
+        "A refusal is reported, not an error: exit 0; a failed script assertion\n"
+        "exits 1. The library's log goes to stderr; --json prints one JSON document\n"
+        "instead."};
 
-Boot options:
+constexpr Command kExplain = {
+        "explain", "explain NAME --root DIR [BOOT OPTIONS] [--json]",
+        "Tell the story of one property through a boot",
+        "Boots like boot and tells the story of one property: the --props value it\n"
+        "started with, every file that set it (with the step that loaded the file\n"
+        "and the values it overrode), every batch that carried it and whether init\n"
+        "set or refused it, its SELinux context, and its value after boot. Exit\n"
+        "status 1 when the property plays no part in the boot."};
+
+constexpr Command kDiff = {
+        "diff", "diff --root DIR --root-b DIR [BOOT OPTIONS] [--props-b FILE] [--json]",
+        "Boot two device trees and compare the properties they end with",
+        "Boots both trees (--props seeds both unless --props-b gives B its own) and\n"
+        "prints the properties whose values after boot differ: - only in A, + only\n"
+        "in B, ~ changed. Exit status 0 when they are the same, 1 when they differ.\n"
+        "The older 'diff TREE_A TREE_B' still works, with a warning."};
+
+constexpr Command kLint = {
+        "lint", "lint --root DIR [--props FILE] [--property-contexts FILE]... [--json]",
+        "Report what in a device tree would silently go wrong at boot",
+        "Reads the tree as the library will, inside the device root (links resolve\n"
+        "within the tree, a loop is an error), and reports, one \"path: severity:\n"
+        "problem\" line each, what would silently go wrong at boot: properties init\n"
+        "would refuse (illegal names or values, no SELinux context, a value not of\n"
+        "the context's type) in any property file the library reads, imports that\n"
+        "can't be expanded (with the tree's and --props' properties) or name no\n"
+        "file, files that are symbolic links or unreadable, property sets no key can\n"
+        "select, map file entries whose target key selects nothing, an unknown brand\n"
+        "or a missing SKU region. Exit status 1 when there are errors. The older\n"
+        "'lint TREE' still works, with a warning."};
+
+constexpr Command kParse = {
+        "parse", "parse FILE [--root DIR] [--prop NAME=VALUE]... [--filter FILTER] [-v] [--json]",
+        "Load one property file through the library's parser",
+        "Loads one property file through the library's parser (imports, filters,\n"
+        "${name} expansion with the --prop values) and prints the result sorted.\n"
+        "With --root, FILE (a path inside DIR, or a device path) is read and its\n"
+        "imports followed inside the device root DIR; without it, imports are\n"
+        "reported as not followed."};
+
+constexpr const Command* kCommands[] = {&kBoot, &kExplain, &kDiff, &kLint, &kParse};
+
+constexpr char kCommonText[] = R"(
+Boot options (boot, explain, diff):
+  --root DIR     the device tree, whose directory becomes the device's root
   --props FILE   system properties set before boot, one name=value a line
   --script FILE  boot steps to run instead of init's boot sequence (below)
   --lib PATH     the library to load (default: )" EXTPROP_SIM_DEFAULT_LIBRARY R"(
@@ -93,35 +121,111 @@ printed on stderr with its line, what was expected and what was seen):
 
 Option files (--props, --script, parse FILE) may be files, FIFOs, /dev/stdin or
 links; more than 16 MiB, or a FIFO silent for 5 s, is an error. Text output
-escapes control bytes (\n, \x1b, ...) from the tree; --json is exact.
+escapes control bytes (\n, \x1b, ...) from the tree; --json prints one document
+of the shape extprop-sim/1 (docs/extprop-sim.schema.json), exact for any bytes.
+Options take their value as --opt VALUE or --opt=VALUE; each command has --help.
 
 Exit status: 0 success, 1 findings, 2 bad usage or a boot that could not run.
 )";
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    using namespace extprop_sim;
-    if (argc < 2 || strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0 ||
-        strcmp(argv[1], "help") == 0) {
-        fputs(kUsage, argc < 2 ? stderr : stdout);
-        return argc < 2 ? kExitError : kExitOk;
+std::string Indented(const std::string& text) {
+    std::string out = "      ";
+    for (const char c : text) {
+        out += c;
+        if (c == '\n') out += "      ";
     }
-    if (strcmp(argv[1], "--version") == 0) {
-        printf("extprop-sim %s\n", EXTPROP_SIM_VERSION);
-        return kExitOk;
-    }
-    const std::string command = argv[1];
-    const Args args(argv + 2, argv + argc);
-    if (command == "parse") return ParseCommand(args);
-    if (command == "boot") return BootCommand(args);
-    if (command == "explain") return ExplainCommand(args);
-    if (command == "diff") return DiffCommand(args);
-    if (command == "lint") return LintCommand(args);
-    return Fail("unknown command '" + command + "' (see extprop-sim --help)");
+    return out;
 }
 
-namespace extprop_sim {
+std::string TopLevelFooter() {
+    std::string out = "Commands:\n";
+    for (const Command* command : kCommands) {
+        out += std::string("  extprop-sim ") + command->synopsis + "\n" +
+               Indented(command->details) + "\n";
+    }
+    return out + kCommonText;
+}
+
+// A value the command line gave must say something: "--root ''" is a mistake.
+const CLI::Validator kNotEmpty(
+        [](std::string& value) { return value.empty() ? std::string("needs a value") : ""; }, "",
+        "not empty");
+
+CLI::App* AddCommand(CLI::App* app, const Command& command) {
+    CLI::App* sub = app->add_subcommand(command.name, command.summary);
+    sub->footer(std::string("extprop-sim ") + command.synopsis + "\n\n" + command.details + "\n");
+    return sub;
+}
+
+void AddRoot(CLI::App* command, std::string* tree) {
+    command->add_option("--root", *tree,
+                        "the device tree, whose directory becomes the device's root")
+            ->type_name("DIR")
+            ->check(kNotEmpty);
+}
+
+void AddContexts(CLI::App* command, std::vector<std::string>* files) {
+    command->add_option("--property-contexts", *files,
+                        "SELinux property contexts, besides the tree's (repeatable)")
+            ->type_name("FILE")
+            ->allow_extra_args(false)
+            ->check(kNotEmpty);
+}
+
+void AddJson(CLI::App* command, bool* json) {
+    command->add_flag("--json", *json, "one JSON document (shape extprop-sim/1) instead of text");
+}
+
+void AddBootOptions(CLI::App* command, BootOptions* options) {
+    AddRoot(command, &options->tree);
+    command->add_option("--props", options->props_file,
+                        "system properties set before boot, one name=value a line")
+            ->type_name("FILE")
+            ->check(kNotEmpty);
+    command->add_option("--script", options->script_file,
+                        "boot steps to run instead of init's boot sequence")
+            ->type_name("FILE")
+            ->check(kNotEmpty);
+    command->add_option("--lib", options->library, "the library to load")
+            ->type_name("PATH")
+            ->check(kNotEmpty);
+    command->add_flag("-v,--verbose", options->verbose, "the library's VERBOSE records too");
+    command->add_option("--host", options->host,
+                        "the init that receives the batches (default vendor)")
+            ->type_name("vendor|aosp")
+            ->check(kNotEmpty);
+    AddContexts(command, &options->property_contexts);
+}
+
+// The spelling this program had before every command took the tree as
+// --root: still accepted, with one line that says so.
+bool TakeDeprecatedTrees(const std::vector<std::string>& positional, const char* usage,
+                         std::vector<std::string*> trees, std::string* error) {
+    if (positional.empty()) return true;
+    if (positional.size() != trees.size()) {
+        *error = std::string("expected ") + usage;
+        return false;
+    }
+    for (size_t i = 0; i < trees.size(); ++i) {
+        if (!trees[i]->empty()) {
+            *error = "a device tree given both as --root and as an argument";
+            return false;
+        }
+        *trees[i] = positional[i];
+    }
+    fprintf(stderr, "extprop-sim: deprecated: the device tree as an argument; use %s\n", usage);
+    return true;
+}
+
+std::string OneLine(std::string message) {
+    for (char& c : message) {
+        if (c == '\n') c = ' ';
+    }
+    while (!message.empty() && message.back() == ' ') message.pop_back();
+    return message;
+}
+
+}  // namespace
 
 int Fail(const std::string& message) {
     fprintf(stderr, "extprop-sim: %s\n", Printable(message).c_str());
@@ -129,3 +233,105 @@ int Fail(const std::string& message) {
 }
 
 }  // namespace extprop_sim
+
+int main(int argc, char** argv) {
+    using namespace extprop_sim;
+    CLI::App app("extprop-sim - runs libzelvaextproperty on a host as init would", "extprop-sim");
+    app.set_version_flag("--version", std::string("extprop-sim ") + EXTPROP_SIM_VERSION,
+                         "print the program's name and version");
+    app.require_subcommand(1);
+    app.footer(TopLevelFooter());
+
+    BootArgs boot;
+    CLI::App* boot_command = AddCommand(&app, kBoot);
+    AddBootOptions(boot_command, &boot.boot);
+    AddJson(boot_command, &boot.json);
+    boot_command->add_flag("--keep-root", boot.keep_root,
+                           "keep what the boot changed in the device root, and say where");
+
+    ExplainArgs explain;
+    CLI::App* explain_command = AddCommand(&app, kExplain);
+    explain_command->add_option("NAME", explain.name, "the property")->required();
+    AddBootOptions(explain_command, &explain.boot);
+    AddJson(explain_command, &explain.json);
+
+    DiffArgs diff;
+    std::vector<std::string> diff_trees;
+    CLI::App* diff_command = AddCommand(&app, kDiff);
+    AddBootOptions(diff_command, &diff.boot);
+    diff_command->add_option("--root-b", diff.root_b, "the device tree B")
+            ->type_name("DIR")
+            ->check(kNotEmpty);
+    diff_command->add_option("--props-b", diff.props_b, "B's system properties before boot")
+            ->type_name("FILE")
+            ->check(kNotEmpty);
+    AddJson(diff_command, &diff.json);
+    diff_command->add_option("TREES", diff_trees)->group("")->expected(0, 2);
+
+    LintArgs lint;
+    std::vector<std::string> lint_tree;
+    CLI::App* lint_command = AddCommand(&app, kLint);
+    AddRoot(lint_command, &lint.tree);
+    lint_command
+            ->add_option("--props", lint.props_file,
+                         "system properties for the imports' ${name}, one name=value a line")
+            ->type_name("FILE")
+            ->check(kNotEmpty);
+    AddContexts(lint_command, &lint.property_contexts);
+    AddJson(lint_command, &lint.json);
+    lint_command->add_option("TREE", lint_tree)->group("")->expected(0, 1);
+
+    ParseArgs parse;
+    CLI::App* parse_command = AddCommand(&app, kParse);
+    parse_command->add_option("FILE", parse.file, "the property file")
+            ->required()
+            ->check(kNotEmpty);
+    AddRoot(parse_command, &parse.root);
+    parse_command->add_option("--prop", parse.props, "a property for ${name} (repeatable)")
+            ->type_name("NAME=VALUE")
+            ->allow_extra_args(false);
+    parse_command->add_option("--filter", parse.filter, "the parser's filter")
+            ->type_name("FILTER")
+            ->check(kNotEmpty);
+    parse_command->add_flag("-v,--verbose", parse.verbose, "the parser's VERBOSE records too");
+    AddJson(parse_command, &parse.json);
+
+    if (argc < 2) {
+        fputs(app.help().c_str(), stderr);
+        return kExitError;
+    }
+    if (argc == 2 && strcmp(argv[1], "help") == 0) {
+        fputs(app.help().c_str(), stdout);
+        return kExitOk;
+    }
+    const bool known = std::any_of(std::begin(kCommands), std::end(kCommands),
+                                   [&](const Command* c) { return strcmp(c->name, argv[1]) == 0; });
+    if (argv[1][0] != '-' && !known) {
+        return Fail(std::string("unknown command '") + argv[1] + "' (see extprop-sim --help)");
+    }
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        if (e.get_exit_code() == 0) return app.exit(e);  // --help, --version
+        const std::vector<CLI::App*> given = app.get_subcommands();
+        const std::string help = given.empty() ? "extprop-sim --help"
+                                               : "extprop-sim " + given[0]->get_name() + " --help";
+        return Fail(OneLine(e.what()) + " (see " + help + ")");
+    }
+
+    std::string error;
+    if (boot_command->parsed()) return BootCommand(boot);
+    if (explain_command->parsed()) return ExplainCommand(explain);
+    if (parse_command->parsed()) return ParseCommand(parse);
+    if (diff_command->parsed()) {
+        if (!TakeDeprecatedTrees(diff_trees, "diff --root TREE_A --root-b TREE_B",
+                                 {&diff.boot.tree, &diff.root_b}, &error)) {
+            return Fail(error);
+        }
+        return DiffCommand(diff);
+    }
+    if (!TakeDeprecatedTrees(lint_tree, "lint --root TREE", {&lint.tree}, &error)) {
+        return Fail(error);
+    }
+    return LintCommand(lint);
+}

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// parse FILE [--root DIR]: one property file through the library's own parser.
+// parse FILE [--root DIR] [--json]: one property file through the library's own parser.
 //
 // Imports name device paths. With --root the file is read, and its imports
 // followed, inside that device root; without it nothing beyond FILE is read:
@@ -17,6 +17,7 @@
 #include "commands.h"
 #include "hostplatform/property_store.h"
 #include "import_lines.h"
+#include "json.h"
 #include "option_file.h"
 #include "printable.h"
 #include "sandbox.h"
@@ -24,14 +25,6 @@
 
 namespace extprop_sim {
 namespace {
-
-struct ParseRequest {
-    std::string file;
-    std::string root;
-    std::string filter;
-    PropertyMap props;  // --prop values, for ${name} in imports
-    bool verbose = false;
-};
 
 // The device path of |file| in the tree at |root|: its path below the root
 // when it lies there (as given or with the root's links resolved), else
@@ -48,27 +41,47 @@ std::string DevicePath(const std::string& file, const std::string& root) {
     return file[0] == '/' ? file : "/" + file;
 }
 
-void PrintLog(const sandbox::Outcome& outcome) {
-    for (const sandbox::LogRecord& record : outcome.logs) {
-        fprintf(stderr, "extprop-sim: %s\n", Printable(record.message).c_str());
-    }
-}
+// What a parse found: the text goes out as it happens, the JSON document
+// at the end.
+struct ParseOutput {
+    bool json;
+    std::vector<sandbox::LogRecord> log;
+    std::vector<std::string> imports_not_followed;
 
-int Print(const PropertyMap& props) {
-    for (const auto& [name, value] : props) {
-        printf("%s=%s\n", Printable(name).c_str(), Printable(value).c_str());
+    void Log(const sandbox::LogRecord& record) {
+        if (json) {
+            log.push_back(record);
+        } else {
+            fprintf(stderr, "extprop-sim: %s\n", Printable(record.message).c_str());
+        }
     }
-    return kExitOk;
-}
 
-int ParseInDeviceRoot(const ParseRequest& request) {
+    int Print(const PropertyMap& props) const {
+        if (json) {
+            Json document = JsonDocument("parse");
+            document["properties"] = PropertyList(props);
+            document["imports_not_followed"] = BytesList(imports_not_followed);
+            document["log"] = Json::array();
+            for (const auto& record : log) document["log"].push_back(LogRecordJson(record, {}));
+            fputs(JsonText(document).c_str(), stdout);
+            return kExitOk;
+        }
+        for (const auto& [name, value] : props) {
+            printf("%s=%s\n", Printable(name).c_str(), Printable(value).c_str());
+        }
+        return kExitOk;
+    }
+};
+
+int ParseInDeviceRoot(const ParseArgs& request, const PropertyMap& seeded) {
+    ParseOutput output{request.json, {}, {}};
     struct stat st;
     if (stat(request.root.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
         return Fail("device tree " + Printable(request.root) + " is not a directory");
     }
     const std::string path = DevicePath(request.file, request.root);
     sandbox::Options options;
-    options.properties = request.props;
+    options.properties = seeded;
     options.apply_batches = false;
     options.capture_tree = false;
     options.min_severity = request.verbose ? android::base::VERBOSE : android::base::INFO;
@@ -88,15 +101,16 @@ int ParseInDeviceRoot(const ParseRequest& request) {
                 }
                 device.sink()(0, std::move(props));
             });
-    PrintLog(outcome);
+    for (const sandbox::LogRecord& record : outcome.logs) output.Log(record);
     if (!outcome.Completed()) return Fail("cannot parse " + path + ": " + outcome.Describe());
     if (auto error = outcome.notes.find("error"); error != outcome.notes.end()) {
         return Fail(Printable(error->second));
     }
-    return Print(outcome.batches.empty() ? PropertyMap{} : outcome.batches[0].props);
+    return output.Print(outcome.batches.empty() ? PropertyMap{} : outcome.batches[0].props);
 }
 
-int ParseAlone(const ParseRequest& request) {
+int ParseAlone(const ParseArgs& request) {
+    ParseOutput output{request.json, {}, {}};
     auto content = ReadOptionFile(request.file);
     if (!content.ok()) return Fail(Printable(content.error().message()));
     // The parser reads a file by name: a private copy, so that FILE is read
@@ -108,6 +122,13 @@ int ParseAlone(const ParseRequest& request) {
     }
     android::base::SetMinimumLogSeverity(request.verbose ? android::base::VERBOSE
                                                          : android::base::INFO);
+    if (request.json) {
+        android::base::SetLogger([&output](android::base::LogId,
+                                           android::base::LogSeverity severity, const char*,
+                                           const char* file, unsigned line, const char* message) {
+            output.Log({"", severity, file != nullptr ? file : "", line, message});
+        });
+    }
     PropertyMap props;
     const bool follows = request.filter.empty();
     if (!load_properties_from_file_without_se(copy.path, follows ? "*" : request.filter.c_str(),
@@ -119,55 +140,34 @@ int ParseAlone(const ParseRequest& request) {
             it = android::base::StartsWith(it->first, "import ") ? props.erase(it) : std::next(it);
         }
         for (const Import& import : ImportLines(*content)) {
+            output.imports_not_followed.push_back(import.name);
+            if (request.json) continue;
             fprintf(stderr,
                     "extprop-sim: %s: import '%s' not followed: imports are device paths, "
                     "give the device tree with --root DIR\n",
                     Printable(request.file).c_str(), Printable(import.name).c_str());
         }
     }
-    return Print(props);
+    return output.Print(props);
 }
 
 }  // namespace
 
-int ParseCommand(const Args& args) {
-    ParseRequest request;
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
-        if (arg == "--prop" || arg == "--filter" || arg == "--root") {
-            if (i + 1 == args.size() || args[i + 1].empty()) return Fail(arg + " needs a value");
-            const std::string& value = args[++i];
-            if (arg == "--filter") {
-                request.filter = value;
-                continue;
-            }
-            if (arg == "--root") {
-                request.root = value;
-                continue;
-            }
-            const size_t eq = value.find('=');
-            if (eq == std::string::npos || eq == 0) {
-                return Fail("bad --prop '" + Printable(value) + "': expected NAME=VALUE");
-            }
-            const std::string name = value.substr(0, eq), prop_value = value.substr(eq + 1);
-            if (!hostplatform::SetProperty(name, prop_value)) {
-                return Fail("bad --prop '" + Printable(value) +
-                            "': a device would refuse this value");
-            }
-            request.props[name] = prop_value;
-        } else if (arg == "-v" || arg == "--verbose") {
-            request.verbose = true;
-        } else if (!arg.empty() && arg[0] == '-') {
-            return Fail("unknown option '" + Printable(arg) + "' for parse");
-        } else if (request.file.empty()) {
-            request.file = arg;
-        } else {
-            return Fail("parse takes one FILE, got '" + Printable(request.file) + "' and '" +
-                        Printable(arg) + "'");
+int ParseCommand(const ParseArgs& args) {
+    PropertyMap seeded;
+    for (const std::string& prop : args.props) {
+        const size_t eq = prop.find('=');
+        if (eq == std::string::npos || eq == 0) {
+            return Fail("bad --prop '" + Printable(prop) + "': expected NAME=VALUE");
         }
+        const std::string name = prop.substr(0, eq), value = prop.substr(eq + 1);
+        if (!hostplatform::SetProperty(name, value)) {
+            return Fail("bad --prop '" + Printable(prop) + "': a device would refuse this value");
+        }
+        seeded[name] = value;
     }
-    if (request.file.empty()) return Fail("parse needs a FILE");
-    return request.root.empty() ? ParseAlone(request) : ParseInDeviceRoot(request);
+    if (args.file.empty()) return Fail("parse needs a FILE");
+    return args.root.empty() ? ParseAlone(args) : ParseInDeviceRoot(args, seeded);
 }
 
 }  // namespace extprop_sim

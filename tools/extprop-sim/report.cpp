@@ -55,19 +55,47 @@ void AppendBatchText(const sandbox::Batch& batch, const BatchEffects& effects,
     }
 }
 
-std::string JsonNames(const PropertyMap& props, const BatchEffects& effects) {
-    std::vector<std::string> names;
-    size_t entry = 0;
-    for (const auto& [name, value] : props) {
-        const Effect::What what = effects[entry++].what;
-        if (what == Effect::kNew || what == Effect::kChanged || what == Effect::kCleared) {
-            names.push_back(JsonString(name));
-        }
-    }
-    return JsonArray(names);
+const char* EffectName(Effect::What what) {
+    static constexpr const char* kNames[] = {"new", "changed", "same", "cleared", "refused"};
+    return kNames[what];
+}
+
+// One entry of a batch: what init did with it, what it replaced, and what
+// the property holds after boot (null: unset).
+Json EntryJson(const std::string& name, const std::string& value, const Effect& effect,
+               const PropertyMap& final_store) {
+    Json entry = Json::object();
+    PutBytes(&entry, "name", name);
+    PutBytes(&entry, "value", value);
+    entry["effect"] = EffectName(effect.what);
+    const bool replaced = effect.what == Effect::kChanged || effect.what == Effect::kCleared ||
+                          (effect.what == Effect::kRefused && !effect.before.empty());
+    PutBytes(&entry, "previous", replaced ? std::optional(effect.before) : std::nullopt);
+    PutBytes(&entry, "reason",
+             effect.what == Effect::kRefused ? std::optional(effect.reason) : std::nullopt);
+    auto final_value = final_store.find(name);
+    PutBytes(&entry, "final",
+             final_value == final_store.end() ? std::nullopt : std::optional(final_value->second));
+    return entry;
 }
 
 }  // namespace
+
+Json StepJson(const BootResult& result, int index) {
+    Json json = Json::object();
+    const bool known = index >= 0 && index < static_cast<int>(result.steps.size());
+    json["step"] = known ? Json(index) : Json(nullptr);
+    const Step* step = known ? &result.steps[index] : nullptr;
+    const bool slot = step != nullptr && step->kind == Step::Kind::kSlot;
+    json["slot"] = slot ? Json(step->slot) : Json(nullptr);
+    json["operation"] = slot ? Json(OperationName(step->slot)) : Json(nullptr);
+    return json;
+}
+
+Json ContextsJson(const sandbox::Outcome& outcome) {
+    const std::vector<std::string> files = ContextsFilesInUse(outcome);
+    return files.empty() ? Json(nullptr) : BytesList(files);
+}
 
 char SeverityLetter(android::base::LogSeverity severity) {
     static constexpr char kLetters[] = "VDIWEFF";
@@ -109,71 +137,44 @@ std::string BootReportText(const BootConfig& config, const BootResult& result) {
 std::string BootReportJson(const BootConfig& config, const BootResult& result) {
     const sandbox::Outcome& outcome = result.outcome;
     const auto effects = ReplayBatches(config, result);
-    std::string out = "{\n  \"tree\": " + JsonString(config.tree) +
-                      ",\n  \"library\": " + JsonString(config.library) +
-                      ",\n  \"host\": " + JsonString(HostModeName(config.init.host)) +
-                      ",\n  \"property_contexts\": " + JsonString(ContextsInUse(outcome)) +
-                      ",\n  \"seeded\": " + JsonObject(config.properties, "  ") +
-                      ",\n  \"steps\": [";
+    Json document = JsonDocument("boot");
+    document["host"] = HostModeName(config.init.host);
+    document["property_contexts"] = ContextsJson(outcome);
+    document["seeded"] = PropertyList(config.properties);
+    document["steps"] = Json::array();
     const std::vector<int> boots = BootNumbers(result.steps);
     for (size_t i = 0; i < result.steps.size(); ++i) {
-        const Step& step = result.steps[i];
-        std::vector<std::string> args;
-        for (const std::string& arg : step.args) args.push_back(JsonString(arg));
-        out += std::string(i == 0 ? "\n" : ",\n") + "    {\"index\": " + std::to_string(i) +
-               ", \"boot\": " + std::to_string(boots[i]) +
-               ", \"step\": " + JsonString(step.Describe());
-        if (step.kind == Step::Kind::kSlot) {
-            out += ", \"slot\": " + std::to_string(step.slot) +
-                   ", \"operation\": " + JsonString(OperationName(step.slot));
-        }
-        out += ", \"args\": " + JsonArray(args);
-        if (auto note = outcome.notes.find(std::to_string(i)); note != outcome.notes.end()) {
-            out += ", \"result\": " + JsonString(note->second);
-        }
-        out += "}";
+        const auto note = outcome.notes.find(std::to_string(i));
+        Json step = StepJson(result, static_cast<int>(i));
+        step["boot"] = boots[i];
+        PutBytes(&step, "description", result.steps[i].Describe());
+        step["args"] = BytesList(result.steps[i].args);
+        PutBytes(&step, "result",
+                 note == outcome.notes.end() ? std::nullopt : std::optional(note->second));
+        document["steps"].push_back(std::move(step));
     }
-    out += "\n  ],\n  \"batches\": [";
-    const char* separator = "\n";
+    document["batches"] = Json::array();
     for (size_t b = 0; b < outcome.batches.size(); ++b) {
         const sandbox::Batch& batch = outcome.batches[b];
-        const int index = StepIndex(batch.step);
-        const Step* step = index >= 0 && index < static_cast<int>(result.steps.size())
-                                   ? &result.steps[index]
-                                   : nullptr;
-        out += separator;
-        separator = ",\n";
-        out += "    {\"step\": " + std::to_string(index);
-        if (step != nullptr && step->kind == Step::Kind::kSlot) {
-            out += ", \"slot\": " + std::to_string(step->slot) +
-                   ", \"operation\": " + JsonString(OperationName(step->slot));
-        }
-        out += batch.kind == kFilledMapKind ? ", \"kind\": null, \"filled_map\": true"
-                                            : ", \"kind\": " + std::to_string(batch.kind);
-        out += ", \"changed\": " + JsonNames(batch.props, effects[b]);
-        PropertyMap refused;
+        Json json = StepJson(result, StepIndex(batch.step));
+        json["kind"] = batch.kind == kFilledMapKind ? Json(nullptr) : Json(batch.kind);
+        json["filled_map"] = batch.kind == kFilledMapKind;
+        json["entries"] = Json::array();
         size_t entry = 0;
         for (const auto& [name, value] : batch.props) {
-            const Effect& effect = effects[b][entry++];
-            if (effect.what == Effect::kRefused) refused[name] = effect.reason;
+            json["entries"].push_back(
+                    EntryJson(name, value, effects[b][entry++], outcome.properties));
         }
-
-        out += ", \"properties\": " + JsonObject(batch.props, "    ");
-        out += ", \"refused\": " + JsonObject(refused, "    ") + "}";
+        document["batches"].push_back(std::move(json));
     }
-    out += "\n  ],\n  \"properties\": " + JsonObject(outcome.properties, "  ");
-    out += ",\n  \"log\": [";
-    separator = "\n";
+    document["properties"] = PropertyList(outcome.properties);
+    document["log"] = Json::array();
     for (const sandbox::LogRecord& record : outcome.logs) {
-        out += separator;
-        separator = ",\n";
-        out += "    {\"step\": " + std::to_string(StepIndex(record.step)) + ", \"severity\": \"" +
-               SeverityLetter(record.severity) + "\", \"file\": " + JsonString(record.file) +
-               ", \"line\": " + std::to_string(record.line) +
-               ", \"message\": " + JsonString(record.message) + "}";
+        const int step = StepIndex(record.step);
+        document["log"].push_back(
+                LogRecordJson(record, step < 0 ? std::nullopt : std::optional(step)));
     }
-    out += "\n  ]\n}\n";
-    return out;
+    return JsonText(document);
 }
 
 }  // namespace extprop_sim

@@ -5,11 +5,19 @@
 #include <string>
 
 #include "boot.h"
+#include "json.h"
 
 namespace extprop_sim {
 
 std::string BootReportText(const BootConfig& config, const BootResult& result);
 std::string BootReportJson(const BootConfig& config, const BootResult& result);
+
+// A step of a boot as the JSON documents show it: "step" (its index, null
+// outside the steps), "slot" and "operation" (null but for an operation),
+// "description" (bytes).
+Json StepJson(const BootResult& result, int index);
+// The property contexts files in use, or null when the check was off.
+Json ContextsJson(const sandbox::Outcome& outcome);
 
 // "I", "W", ... as libbase's logger prints the severity.
 char SeverityLetter(android::base::LogSeverity severity);
