@@ -157,7 +157,7 @@ def run_suite(build_dir, jobs, only=None):
     return False, failed.group(1) if failed else "unknown"
 
 
-SUITE_LINE = re.compile(r"^\[ *(RUN|OK|FAILED) *\] (\S+?\.\S+?)(?: \(\d+ ms\))?$")
+SUITE_LINE = re.compile(r"^\[ *(RUN|OK|SKIPPED|FAILED) *\] (\S+?\.\S+?)(?: \(\d+ ms\))?$")
 
 
 def run_suite_all(build_dir):
