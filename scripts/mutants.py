@@ -164,7 +164,7 @@ def run_suite_all(build_dir):
     """Runs the whole test binary in one process and returns (passed, every
     failing test). A test that crashes or hangs the process counts as failing
     and the rest of the suite is run again without it."""
-    binary = build_dir / "tests" / "zelva_tests"
+    binary = build_dir / "bin" / "zelva_tests"
     failing = []
     for _ in range(20):
         cmd = NICE + [str(binary)]
