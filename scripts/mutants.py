@@ -138,38 +138,20 @@ def build(build_dir, jobs):
                        "--target", "zelva_tests"])
 
 
-# "***Skipped" is not a failure.
-FAILED_TEST = re.compile(r"Test\s+#\d+: (\S+) \.*\s*(?:\*\*\*(?!Skipped)|Exception|Subprocess)")
-
-
-def run_suite(build_dir, jobs, only=None):
-    """Returns (passed, name of the first failing test)."""
-    cmd = NICE + ["ctest", "--test-dir", str(build_dir), "-j", str(jobs), "--stop-on-failure"]
-    if only:
-        cmd += ["-R", "^" + re.escape(only) + "$"]
-    code, out = run(cmd, timeout=SUITE_TIMEOUT_S)
-    if code is None:
-        return False, "timeout"
-    if only and "No tests were found" in out:
-        return True, None
-    failed = FAILED_TEST.search(out)
-    if code == 0:
-        return True, None
-    return False, failed.group(1) if failed else "unknown"
-
-
 SUITE_LINE = re.compile(r"^\[ *(RUN|OK|SKIPPED|FAILED) *\] (\S+?\.\S+?)(?: \(\d+ ms\))?$")
 
 
-def run_suite_all(build_dir):
-    """Runs the whole test binary in one process and returns (passed, every
-    failing test). A test that crashes or hangs the process counts as failing
-    and the rest of the suite is run again without it."""
+def run_suite(build_dir, only=None):
+    """Runs the test binary (the test |only|, else all) in one process and
+    returns (passed, every failing test). A test that crashes or hangs the
+    process counts as failing and the rest is run again without it."""
     binary = build_dir / "bin" / "zelva_tests"
     failing = []
     for _ in range(20):
         cmd = NICE + [str(binary)]
-        if failing:
+        if only:
+            cmd.append("--gtest_filter=" + only + ("-" + ":".join(failing) if failing else ""))
+        elif failing:
             cmd.append("--gtest_filter=-" + ":".join(failing))
         code, out = run(cmd, cwd=build_dir / "tests", timeout=SUITE_TIMEOUT_S)
         running = None
@@ -208,16 +190,15 @@ def try_mutation(row, src_dir, build_dir, jobs, catchers, all_catchers=False):
         if code != 0:
             errors = [l for l in out.splitlines() if "error" in l]
             return "build-failed", errors[0].strip() if errors else "build failed"
-        if all_catchers:
-            passed, failed = run_suite_all(build_dir)
-            return ("survived", "") if passed else ("caught", " ".join(failed))
         hint = catchers.get(row["id"])
-        if hint:
-            passed, failed = run_suite(build_dir, jobs, only=hint)
+        if hint and not all_catchers:
+            passed, failed = run_suite(build_dir, only=hint)
             if not passed:
-                return "caught", failed
-        passed, failed = run_suite(build_dir, jobs)
-        return ("survived", "") if passed else ("caught", failed)
+                return "caught", failed[0]
+        passed, failed = run_suite(build_dir)
+        if passed:
+            return "survived", ""
+        return "caught", " ".join(failed) if all_catchers else failed[0]
     finally:
         path.write_text(pristine)
 
@@ -257,11 +238,8 @@ def main():
     code, out = build(build_dir, args.jobs)
     if code != 0:
         sys.exit("mutants: the unmutated tree does not build\n" + out[-3000:])
-    if args.all_catchers:
-        passed, failing = run_suite_all(build_dir)
-        failed = " ".join(failing)
-    else:
-        passed, failed = run_suite(build_dir, args.jobs)
+    passed, failing = run_suite(build_dir)
+    failed = " ".join(failing)
     if not passed:
         sys.exit(f"mutants: the unmutated suite fails ({failed}); fix that first")
 
