@@ -11,8 +11,11 @@ the suite catches.
     scripts/mutants.py --all-catchers       run the whole suite on every mutation and
                                             record every test that fails, not just the first
 
-With --all-catchers the baseline names every catching test of a row, so a test
-can be dropped exactly when each row it catches has another catcher left.
+The suite runs as one process of the test binary. The baseline's third column
+is a gtest filter tried first (a test name, or suites such as "PathTest.*");
+only a mutation it misses is run against the whole suite. With --all-catchers
+every row runs the whole suite and the baseline names every catching test, so a
+test can be dropped exactly when each row it catches has another catcher left.
 
 The repository's own files are never modified: the source is copied to
 build-mutants/src (only files that changed are rewritten, so the build there
