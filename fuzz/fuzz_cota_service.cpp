@@ -154,14 +154,6 @@ struct Expected {
     std::set<std::string> dirs;         // directories the command may create, in normal form
 };
 
-// |path| as the kernel resolves it where every component is a directory (the tree holds no
-// symbolic links): "." and ".." taken lexically, no separator at the end.
-std::string NormalPath(const std::string& path) {
-    std::string normal = std::filesystem::path(path).lexically_normal().string();
-    while (normal.size() > 1 && normal.back() == '/') normal.pop_back();
-    return normal;
-}
-
 // The module directories of a total module info request that pass the plain prefix test: they
 // begin with the base directory as the property reads, or with /data/system/customize.
 std::vector<std::string> AcceptedModuleDirs(const PropertyMap& request) {
@@ -178,10 +170,10 @@ std::vector<std::string> AcceptedModuleDirs(const PropertyMap& request) {
 // The directories that making |dir| may create: each parent is the path up to a '/', made
 // before the path below it.
 std::set<std::string> DirsMadeFor(const std::string& dir) {
-    std::set<std::string> made = {NormalPath(dir)};
+    std::set<std::string> made = {fuzz_device::NormalPath(dir)};
     for (size_t slash = dir.find('/', 1); slash != std::string::npos;
          slash = dir.find('/', slash + 1)) {
-        made.insert(NormalPath(dir.substr(0, slash)));
+        made.insert(fuzz_device::NormalPath(dir.substr(0, slash)));
     }
     return made;
 }
@@ -289,7 +281,7 @@ bool ReachesHostDirectory(const PropertyMap& request) {
 }
 
 // Removes the directories made since |before| outside the tree's top-level directories (a module
-// directory may lead there through ".."): FreshTree empties only the top level.
+// directory may lead there through ".."): FreshInput empties only the top level.
 void RemoveOutsideTree(const std::map<std::string, fuzz_device::Entry>& before) {
     for (const auto& [path, entry] : fuzz_device::WalkRoot()) {
         if (!entry.directory || before.count(path) != 0 || fuzz_device::InTree(path)) continue;
@@ -310,18 +302,12 @@ std::string TreeText(const std::map<std::string, fuzz_device::Entry>& tree) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
-    if (fuzz_device::MergeCoordinator(*argc, *argv)) return 0;
-    fuzz_device::QuietUnlessAsked();
-    fuzz_device::Enter(sandbox::DeviceTree().File(android::init::kSystemExtBuildProp,
-                                                  std::string(android::init::kBrandProperty) +
-                                                          "=alder\n"));
-    android::init::InitCustDirList();
+    fuzz_device::Start(*argc, *argv);
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    fuzz_device::FreshTree();
-    hostplatform::ResetProperties();
+    fuzz_device::FreshInput();
     g_fail_mounts = false;
     InitExtensionPropertyImpl impl;
     std::string* keys[] = {&impl.regionSwitchKey,         &impl.simSwitchFirstKey,

@@ -11,8 +11,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <initializer_list>
@@ -25,6 +23,9 @@
 #include <android-base/logging.h>
 #include <android-base/strings.h>
 
+#include "ZelvaExtensionProperty.h"
+#include "extension_paths.h"
+#include "fuzz_input.h"
 #include "hostplatform/property_store.h"
 #include "sandbox.h"
 #include "utils.h"
@@ -35,11 +36,9 @@ namespace fuzz_device {
 inline constexpr const char* kTopLevel[] = {"/my_region", "/my_carrier", "/my_company",
                                             "/my_product", "/mnt", "/data", "/dev", "/odm", "/sys"};
 
-// Ends the run with what did not hold: a finding.
-[[noreturn]] inline void Fail(const std::string& what) {
-    fprintf(stderr, "FINDING: %s\n", what.c_str());
-    abort();
-}
+using fuzz_input::Fail;
+using fuzz_input::Field;
+using fuzz_input::Fields;
 
 // The library's log stays quiet unless ZELVA_FUZZ_LOG is set (to replay a finding).
 inline void QuietUnlessAsked() {
@@ -85,16 +84,33 @@ inline void Enter(sandbox::DeviceTree tree) {
     }
 }
 
-// Empties every top-level directory: what one input left behind is gone before the next. Only
-// what is there is removed (the directories themselves are mount points and stay), which on a
-// small tree is a few system calls.
-inline void FreshTree() {
+// What one input left behind is gone before the next: every top-level directory is emptied
+// (they are mount points and stay; on a small tree this is a few system calls), and no property
+// is set. With |key_stores|, the directories of the reserve and data key stores are there, as on
+// a device where the partitions are mounted.
+inline void FreshInput(bool key_stores = false) {
     for (const char* dir : kTopLevel) {
         std::error_code ec;
         for (const auto& entry : std::filesystem::directory_iterator(dir, ec)) {
             std::filesystem::remove_all(entry.path(), ec);
         }
     }
+    hostplatform::ResetProperties();
+    if (!key_stores) return;
+    std::filesystem::create_directories(android::init::kReserveSsvDir);
+    std::filesystem::create_directories(
+            std::filesystem::path(android::init::kDataRegionSwitchFile).parent_path());
+}
+
+// The switch-key map files, as the customization directories hold them in etc/.
+inline constexpr const char* kMapFiles[] = {"nvmap.prop", "flags.prop", "custom_map.prop"};
+
+// |path| as the kernel resolves it where every component is a directory (the trees hold no
+// symbolic links): "." and ".." taken lexically, no separator at the end.
+inline std::string NormalPath(const std::string& path) {
+    std::string normal = std::filesystem::path(path).lexically_normal().string();
+    while (normal.size() > 1 && normal.back() == '/') normal.pop_back();
+    return normal;
 }
 
 // Whether |path| (absolute, taken lexically) lies in one of the directories of kTopLevel.
@@ -111,6 +127,22 @@ inline void PutFile(const std::string& path, const std::string& content) {
     std::error_code ec;
     std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ec);
     android::base::WriteStringToFile(content, path);
+}
+
+// What every device target does first: unless it only coordinates a merge, it enters a device
+// root whose brand is "alder" (and whose SKU region is |region|, when given) and builds the
+// directory lists from them, once per process. /my_region is one of the emptied directories, so
+// the region is written into it after entering, and each input then gives its own (or none).
+inline void Start(int argc, char** argv, const char* region = nullptr) {
+    if (MergeCoordinator(argc, argv)) return;
+    QuietUnlessAsked();
+    namespace paths = android::init;
+    Enter(sandbox::DeviceTree().File(paths::kSystemExtBuildProp,
+                                     std::string(paths::kBrandProperty) + "=alder\n"));
+    if (region != nullptr) {
+        PutFile(paths::kRegionBuildProp, std::string(paths::kSkuRegionProperty) + "=" + region + "\n");
+    }
+    paths::InitCustDirList();
 }
 
 // Sets the entries of a batch as init would: a "ro." property that is set keeps its value.
@@ -173,25 +205,6 @@ inline void Age() {
     for (const auto& [path, entry] : WalkRoot()) {
         if (!entry.directory) utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW);
     }
-}
-
-// A sample of the input as fields: "\n"-separated lines of "<letter><index> <text>".
-struct Field {
-    char kind;
-    size_t index;
-    std::string text;  // "\n" written as the two characters \ and n
-};
-
-inline std::vector<Field> Fields(const uint8_t* data, size_t size) {
-    std::vector<Field> fields;
-    const std::string input(reinterpret_cast<const char*>(data), size);
-    for (const std::string& line : android::base::Split(input, "\n")) {
-        const size_t space = line.find(' ');
-        if (line.size() < 2 || space == std::string::npos) continue;
-        fields.push_back({line[0], strtoul(line.c_str() + 1, nullptr, 10),
-                          android::base::StringReplace(line.substr(space + 1), "\\n", "\n", true)});
-    }
-    return fields;
 }
 
 }  // namespace fuzz_device

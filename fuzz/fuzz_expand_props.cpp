@@ -15,9 +15,12 @@
 #include <android-base/strings.h>
 
 #include "hostplatform/property_store.h"
+#include "fuzz_input.h"
 #include "utils.h"
 
 namespace {
+
+using fuzz_input::Fail;
 
 using android::base::Error;
 using android::base::Result;
@@ -66,11 +69,6 @@ Result<std::string> Expand(const std::string& src) {
         i = close + 1;
     }
     return out;
-}
-
-[[noreturn]] void Fail(const std::string& what) {
-    fprintf(stderr, "FINDING: %s\n", what.c_str());
-    abort();
 }
 
 }  // namespace

@@ -13,7 +13,6 @@
 // - ReadFdToStringWithOffset gives exactly |length| bytes, zeros past the end of the file;
 //   trimPath and getPathName follow their rules; a WriteStringToFile that fails leaves no file.
 
-#include <fuzzer/FuzzedDataProvider.h>
 #include <signal.h>
 #include <sys/resource.h>
 
@@ -29,18 +28,11 @@ namespace {
 using android::base::StartsWith;
 using android::init::CustDirList;
 using android::init::InitExtensionPropertyImpl;
+using fuzz_input::Pick;
 
 constexpr const char* kKeys[] = {"k", "a/b", "..", "../k", "k/..", ".", "a/../k", "", "/k"};
 constexpr const char* kSets[] = {"SimSwitchCurrentTime", "SimSwitchFirstTime",
                                  "switchCarrierChannel", "regionSwitch"};
-
-std::string Pick(FuzzedDataProvider& in, const char* const* words, size_t count) {
-    return words[in.ConsumeIntegralInRange<size_t>(0, count - 1)];
-}
-template <size_t N>
-std::string Pick(FuzzedDataProvider& in, const char* const (&words)[N]) {
-    return Pick(in, words, N);
-}
 
 // --- Key-selected sets ---
 
@@ -315,27 +307,13 @@ void CheckHelpers(FuzzedDataProvider& in) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
-    if (fuzz_device::MergeCoordinator(*argc, *argv)) return 0;
-    fuzz_device::QuietUnlessAsked();
-    fuzz_device::Enter(sandbox::DeviceTree().File(
-            android::init::kSystemExtBuildProp,
-            std::string(android::init::kBrandProperty) + "=alder\n"));
-    android::init::InitCustDirList();
+    fuzz_device::Start(*argc, *argv);
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider in(data, size);
-    while (in.remaining_bytes() > 0) {
-        fuzz_device::FreshTree();
-        hostplatform::ResetProperties();
-        switch (in.ConsumeIntegralInRange(0, 4)) {
-            case 0: CheckKeySets(in); break;
-            case 1: CheckPartitions(in); break;
-            case 2: CheckLogo(in); break;
-            case 3: CheckHelpers(in); break;
-            case 4: CheckSlot9(in); break;
-        }
-    }
+    fuzz_input::RunChecks(in, {CheckKeySets, CheckPartitions, CheckLogo, CheckHelpers, CheckSlot9},
+                          [] { fuzz_device::FreshInput(); });
     return 0;
 }

@@ -8,13 +8,14 @@
 // content is a line feed.
 //
 // The host applies each batch as init would. What must hold:
-// - every batch is non-empty; kind 1 holds no "ro." name; kind 2 is a one-entry record;
+// - every batch is non-empty; kind 1 holds no "ro." name; kind 2 holds only "persist." names,
+//   and a company record in it is its only entry;
 // - after a boot, each key file that the boot wrote is one "<property>=<value>" line, the
 //   convert marker is written only together with the first file, and no file is left empty;
-// - a second boot on the tree the first one left, from the same properties, writes no file
-//   and, unless a "sys." property was given, resolves the same keys.
-// A key taken as read (a legacy bare key file's content, the region removal property's value)
-// keeps its line breaks and blanks on the boot that writes its line, so that line may span
+// - a second boot on the tree the first one left, from the same properties plus what the first
+//   boot's restore batches set (init keeps those across the reboot), writes no file and, unless a "sys." property was given, resolves the same keys.
+// A key taken as read (a legacy bare key file's content, the province or the region removal
+// property's value) keeps its line breaks and blanks on the boot that writes its line, so that line may span
 // more than one line, and later boots read the key back as the line's first line, trimmed.
 
 #include <android-base/logging.h>
@@ -28,6 +29,7 @@ namespace {
 
 using android::base::StartsWith;
 using android::init::CustDirList;
+using fuzz_device::kMapFiles;
 using android::init::InitExtensionPropertyImpl;
 namespace paths = android::init;
 
@@ -59,7 +61,6 @@ constexpr const char* kFiles[] = {
         "/my_product/cust/CN/etc/devicename.cfg",
         "/sys/block/sda/size",
 };
-constexpr const char* kMapFiles[] = {"nvmap.prop", "flags.prop", "custom_map.prop"};
 constexpr const char* kProperties[] = {
         "sys.region.switch.first",
         "sys.sim.switch.first",
@@ -110,14 +111,17 @@ std::string ReadBack(const std::string& raw) {
 }
 
 // Per key file, the key that a boot would take as read and write into it: a reserve file's own
-// content (a legacy bare key), the region removal property's value for the data region file.
-// Only those that read back as something else.
+// content (a legacy bare key), the province value for a reserve region file that the domestic
+// conversion would make (it stores the province as it stands), the region removal property's
+// value for the data region file. Only those that read back as something else.
 std::map<std::string, std::string> KeysTakenAsRead() {
     std::map<std::string, std::string> raw;
     for (const auto& [path, file] : kKeyFiles) {
         std::string content;
         if (path == paths::kDataRegionSwitchFile) {
             content = fuzz_device::Property("persist.sys.remove.region.apk");
+        } else if (path == paths::kReserveRegionSwitchFile && access(path.c_str(), F_OK) != 0) {
+            content = fuzz_device::Property("ro.sys.region.switch.first");
         } else if (!android::base::ReadFileToString(path, &content)) {
             continue;
         }
@@ -133,6 +137,9 @@ void CheckBatch(int kind, const PropertyMap& batch) {
             if (StartsWith(entry.first, "ro.")) fuzz_device::Fail("kind 1 with " + entry.first);
         }
     } else if (kind == 2) {
+        for (const auto& entry : batch) {
+            if (!StartsWith(entry.first, "persist.")) fuzz_device::Fail("kind 2 with " + entry.first);
+        }
         if (batch.size() != 1 && batch.count("persist.sys.zelva.company.ota.version.backup") != 0) {
             fuzz_device::Fail("company record of more than one entry");
         }
@@ -144,12 +151,17 @@ void CheckBatch(int kind, const PropertyMap& batch) {
 struct Boot {
     std::vector<std::string> keys;
     std::map<std::string, fuzz_device::Entry> tree;
+    PropertyMap restored;  // the entries of its restore batches (kind 2)
 };
 
 Boot RunBoot() {
     InitExtensionPropertyImpl impl;
-    const int result = impl.loadPersistOverrideProperties([](int kind, PropertyMap batch) {
+    PropertyMap restored;
+    const int result = impl.loadPersistOverrideProperties([&restored](int kind, PropertyMap batch) {
         CheckBatch(kind, batch);
+        for (const auto& [name, value] : batch) {
+            if (kind == 2) restored[name] = value;  // a later batch's value wins, as for the host
+        }
         fuzz_device::ApplyBatch(batch);
     });
     if (result != 0) fuzz_device::Fail("slot 6 returned " + std::to_string(result));
@@ -157,7 +169,7 @@ Boot RunBoot() {
     // conversion, so later boots take it from the operator properties instead, by design.
     return {{impl.regionSwitchKey, impl.simSwitchFirstKey, impl.simSwitchCurrentKey,
              impl.switchCarrierChannelKey, impl.nvOldFlag, impl.nvOldKey},
-            fuzz_device::WalkRoot()};
+            fuzz_device::WalkRoot(), restored};
 }
 
 // What the files that a boot wrote must look like. Returns the key files written with a key
@@ -192,24 +204,12 @@ std::map<std::string, std::string> CheckWritten(const Boot& boot,
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
-    if (fuzz_device::MergeCoordinator(*argc, *argv)) return 0;
-    fuzz_device::QuietUnlessAsked();
-    fuzz_device::Enter(sandbox::DeviceTree()
-                               .File(paths::kSystemExtBuildProp,
-                                     std::string(paths::kBrandProperty) + "=alder\n")
-                               .File(paths::kRegionBuildProp,
-                                     std::string(paths::kSkuRegionProperty) + "=CN\n"));
-    // The directory lists are built once per process, from this brand and region.
-    android::init::InitCustDirList();
+    fuzz_device::Start(*argc, *argv, "CN");
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    fuzz_device::FreshTree();
-    hostplatform::ResetProperties();
-    std::filesystem::create_directories(paths::kReserveSsvDir);
-    std::filesystem::create_directories(
-            std::filesystem::path(paths::kDataRegionSwitchFile).parent_path());
+    fuzz_device::FreshInput(/*key_stores=*/true);
     const size_t dirs = CustDirList().size();
     for (const fuzz_device::Field& f : fuzz_device::Fields(data, size)) {
         if (f.kind == 'f' && f.index < std::size(kFiles)) fuzz_device::PutFile(kFiles[f.index], f.text);
@@ -238,9 +238,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const Boot first = RunBoot();
     const std::map<std::string, std::string> written_as_read = CheckWritten(first, as_read);
 
-    // The second boot starts from the same properties: what differs is only the tree.
+    // The second boot starts from the same properties, and what differs is the tree, with one
+    // exception: the "persist." entries of the first boot's restore batches, which init keeps
+    // across the reboot. They are what makes the channel reset after an emergency shutdown
+    // happen once per marker (it sets persist.sys.recopy.preload.opinstalled); without them the
+    // second boot would reset again, delete both region files and write them anew.
     hostplatform::ResetProperties();
     for (const auto& [name, value] : build) hostplatform::SetProperty(name, value);
+    for (const auto& [name, value] : first.restored) hostplatform::SetProperty(name, value);
     fuzz_device::Age();
     const Boot second = RunBoot();
     for (const auto& [path, entry] : second.tree) {

@@ -28,6 +28,7 @@
 #include <android-base/properties.h>
 #include <android-base/strings.h>
 
+#include "fuzz_input.h"
 #include "utils.h"
 
 static std::string g_dir;
@@ -36,6 +37,8 @@ static std::string g_dir;
 static std::vector<std::string> g_warnings;
 
 namespace {
+
+using fuzz_input::Fail;
 
 bool IsSpace(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
@@ -70,11 +73,6 @@ bool Accepts(const std::string& filter, const std::string& name) {
     if (filter.empty()) return true;
     if (filter.back() == '*') return name.compare(0, filter.size() - 1, filter, 0, filter.size() - 1) == 0;
     return name == filter;
-}
-
-[[noreturn]] void Fail(const std::string& what) {
-    fprintf(stderr, "FINDING: %s\n", what.c_str());
-    abort();
 }
 
 // File 0 alone, against the model: the loader with and without a filter, and single lookups.
@@ -119,12 +117,20 @@ static std::string PathOf(size_t i) {
     return g_dir + "/f" + std::to_string(i) + ".prop";
 }
 
-// File |i| of |count|, from its |text| as the header above says.
-static std::string BuildFile(const std::string& text, size_t i, size_t count) {
+// |text| with every line that the parser would take for an import defused.
+static std::string Defused(const std::string& text) {
     std::vector<std::string> lines = android::base::Split(text, "\n");
-    int imports = 0;
     for (std::string& line : lines) {
         if (android::base::StartsWith(android::base::Trim(line), "import ")) line.insert(0, "I");
+    }
+    return android::base::Join(lines, '\n');
+}
+
+// File |i| of |count|, from its |text| as the header above says.
+static std::string BuildFile(const std::string& text, size_t i, size_t count) {
+    std::vector<std::string> lines = android::base::Split(Defused(text), "\n");
+    int imports = 0;
+    for (std::string& line : lines) {
         if (line.size() < 2 || line[0] != '@' || imports++ >= 3) continue;
         std::string name = line[1] == 'u' ? "${fz.unset}/f" : line[1] == 'm' ? "${fz.dir}/m" : "";
         if (line[1] >= '0' && line[1] <= '9' && i + 1 < count) {
@@ -155,11 +161,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         files.push_back(input.substr(start, end - start));  // the rest when end is npos
     }
     // File 0 without its imports, against the model.
-    std::vector<std::string> lines = android::base::Split(files[0], "\n");
-    for (std::string& line : lines) {
-        if (android::base::StartsWith(android::base::Trim(line), "import ")) line.insert(0, "I");
-    }
-    const std::string plain = android::base::Join(lines, '\n');
+    const std::string plain = Defused(files[0]);
     if (!WriteFile(PathOf(0), plain).ok()) abort();
     CheckAgainstModel(PathOf(0), plain);
 
@@ -170,16 +172,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // Loading is repeatable, and every name loaded is in some file.
     PropertyMap all, redo, filtered;  // redo: a second load, the same
     const std::string top = PathOf(0), text = android::base::Join(files, '\0');
-    if (!load_properties_from_file_without_se(top.c_str(), nullptr, &all)) abort();
-    if (!load_properties_from_file_without_se(top.c_str(), nullptr, &redo) || redo != all) abort();
-    if (!load_properties_from_file_without_se(top.c_str(), "ro.*", &filtered)) abort();
+    if (!load_properties_from_file_without_se(top.c_str(), nullptr, &all)) Fail("tree load failed");
+    if (!load_properties_from_file_without_se(top.c_str(), nullptr, &redo) || redo != all) {
+        Fail("a second load of the tree differs");
+    }
+    if (!load_properties_from_file_without_se(top.c_str(), "ro.*", &filtered)) Fail("filtered load failed");
     for (const auto& [name, value] : all) {
-        if (text.find(name) == std::string::npos) abort();
+        if (text.find(name) == std::string::npos) Fail("loaded a name no file holds: " + name);
     }
     // A filter keeps only matching names and follows no import: each is in file 0.
     for (const auto& [name, value] : filtered) {
-        if (name.compare(0, 3, "ro.") != 0 || all.count(name) == 0) abort();
-        if (files[0].find(name) == std::string::npos) abort();
+        if (name.compare(0, 3, "ro.") != 0 || all.count(name) == 0 ||
+            files[0].find(name) == std::string::npos) {
+            Fail("filtered load gave " + name);
+        }
     }
     return 0;
 }

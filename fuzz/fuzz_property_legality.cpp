@@ -15,9 +15,12 @@
 
 #include <string>
 
+#include "fuzz_input.h"
 #include "utils.h"
 
 namespace {
+
+using fuzz_input::Fail;
 
 // Length of the sequence a lead byte opens (0: no lead byte), and the least code point that
 // needs that length.
@@ -58,11 +61,6 @@ bool IsLegalName(const std::string& name) {
         if (!letter && !digit && std::string("._-@:").find(c) == std::string::npos) return false;
     }
     return true;
-}
-
-[[noreturn]] void Fail(const char* what) {
-    fprintf(stderr, "FINDING: %s\n", what);
-    abort();
 }
 
 }  // namespace

@@ -19,7 +19,6 @@
 // - doRegionSwitchForDomestic: only a "CN" device without a reserve region file or a traced data
 //   one gets a reserve region file, from the province or the mapped company type.
 
-#include <fuzzer/FuzzedDataProvider.h>
 #include <sys/stat.h>
 
 #include <optional>
@@ -32,26 +31,27 @@
 namespace {
 
 using android::init::CustDirList;
+using fuzz_input::Pick;
 
 // Names and values of the map files: short, no whitespace, "=" or "#", some of them equal.
 constexpr const char* kWords[] = {"a", "b", "ab", "K1", "K2", "cn", "CN", "x-y", "", "K1K2K3K4K5"};
-constexpr const char* kMapFiles[] = {"nvmap.prop", "flags.prop", "custom_map.prop"};
-constexpr char kRegionProperty[] = "sys.region.switch.first";
+using fuzz_device::kMapFiles;
+
+// A region key file's line for |key|.
+std::string RegionLine(const std::string& key) {
+    return "sys.region.switch.first=" + key + "\n";
+}
 
 // Map files as the model knows them: (directory index, file name) -> map; nullopt marks a
 // directory standing where the file should be (present, but it can't be read).
 std::map<std::pair<size_t, std::string>, std::optional<PropertyMap>> g_maps;
-
-std::string Word(FuzzedDataProvider& in) {
-    return kWords[in.ConsumeIntegralInRange<size_t>(0, std::size(kWords) - 1)];
-}
 
 void WriteMaps(FuzzedDataProvider& in) {
     g_maps.clear();
     const size_t files = in.ConsumeIntegralInRange(0, 6);
     for (size_t i = 0; i < files; ++i) {
         const size_t dir = in.ConsumeIntegralInRange<size_t>(0, CustDirList().size() - 1);
-        const std::string name = kMapFiles[in.ConsumeIntegralInRange(0, 2)];
+        const std::string name = Pick(in, kMapFiles);
         const std::string path = CustDirList()[dir] + "/etc/" + name;
         if (g_maps.count({dir, name}) != 0 || !fuzz_device::InTree(path)) continue;
         if (in.ConsumeIntegralInRange(0, 7) == 0) {
@@ -62,7 +62,7 @@ void WriteMaps(FuzzedDataProvider& in) {
         PropertyMap map;
         std::string text;
         for (size_t lines = in.ConsumeIntegralInRange(0, 5); lines > 0; --lines) {
-            std::string key = Word(in), value = Word(in);
+            std::string key = Pick(in, kWords), value = Pick(in, kWords);
             if (key.empty()) key = "k";
             map[key] = value;
             text += key + "=" + value + "\n";
@@ -100,8 +100,8 @@ std::string ModelSource(const std::string& target, const std::string& file) {
 }
 
 void CheckLookups(FuzzedDataProvider& in) {
-    const std::string file = kMapFiles[in.ConsumeIntegralInRange(0, 2)];
-    const std::string key = Word(in);
+    const std::string file = Pick(in, kMapFiles);
+    const std::string key = Pick(in, kWords);
     std::string target = "stale";
     android::init::find_nv_ssv_target_key(key, file, &target);
     if (target != ModelTarget(key, file)) fuzz_device::Fail("forward lookup of " + key);
@@ -113,8 +113,8 @@ void CheckLookups(FuzzedDataProvider& in) {
 }
 
 void CheckFirstKey(FuzzedDataProvider& in) {
-    const std::string carrier = Word(in), nv_flag = Word(in), ssv = Word(in), channel = Word(in),
-                      company = Word(in);
+    const std::string carrier = Pick(in, kWords), nv_flag = Pick(in, kWords), ssv = Pick(in, kWords), channel = Pick(in, kWords),
+                      company = Pick(in, kWords);
     hostplatform::SetProperty("ro.boot.qvcarrier", carrier);
     hostplatform::SetProperty("persist.sys.channel.info", channel);
     hostplatform::SetProperty("ro.zelva.image.my_company.type", company);
@@ -156,8 +156,7 @@ void CheckCreateDirectory(FuzzedDataProvider& in) {
     for (size_t i = 0; i < copied.size(); ++i) {
         if (copied[i] != '/' && copied[i] != '\\') continue;
         const std::string prefix = copied.substr(0, i + 1);
-        std::string normal = std::filesystem::path(prefix).lexically_normal().string();
-        while (normal.size() > 1 && normal.back() == '/') normal.pop_back();
+        const std::string normal = fuzz_device::NormalPath(prefix);
         if (android::base::StartsWith(normal, "/data/t")) expected.insert(normal);
     }
     if (android::init::createDirectory(path) != 0) fuzz_device::Fail("createDirectory " + path);
@@ -166,17 +165,27 @@ void CheckCreateDirectory(FuzzedDataProvider& in) {
 
 void CheckRegionFiles(FuzzedDataProvider& in) {
     const std::string data_file = android::init::kDataRegionSwitchFile;
-    const std::string key = Word(in);
+    if (android::init::isConvertFromCustomMap("") ||
+        android::init::isConvertFromCustomMap(data_file + ".missing")) {
+        fuzz_device::Fail("an empty path or a missing region file traced");
+    }
+    const std::string key = Pick(in, kWords);
     const bool other_line = in.ConsumeBool();
-    fuzz_device::PutFile(data_file, (other_line ? "x=1\n" : "") + std::string(kRegionProperty) +
-                                            "=" + key + "\n");
-    const bool traced = !key.empty() && !ModelSource(key, "custom_map.prop").empty();
+    // A directory in the file's place can't be read: it is not traced, and it stays.
+    const bool unreadable = in.ConsumeIntegralInRange(0, 7) == 0;
+    std::error_code ec;
+    std::filesystem::remove_all(data_file, ec);
+    if (unreadable) std::filesystem::create_directories(data_file, ec);
+    if (!unreadable) fuzz_device::PutFile(data_file, (other_line ? "x=1\n" : "") + RegionLine(key));
+    const bool traced = !unreadable && !key.empty() && !ModelSource(key, "custom_map.prop").empty();
     if (android::init::isConvertFromCustomMap(data_file) != traced) {
         fuzz_device::Fail("region key " + key + " traced");
     }
-    if ((access(data_file.c_str(), F_OK) == 0) != traced) fuzz_device::Fail("data region file");
+    if ((access(data_file.c_str(), F_OK) == 0) != (traced || unreadable)) {
+        fuzz_device::Fail("data region file");
+    }
 
-    const std::string value = Word(in);
+    const std::string value = Pick(in, kWords);
     unlink(android::init::kReserveRegionSwitchFile);
     if (android::init::saveRegionSwitchKeyOnReserve(value) == value.empty()) {
         fuzz_device::Fail("saving region key " + value);
@@ -184,14 +193,14 @@ void CheckRegionFiles(FuzzedDataProvider& in) {
     std::string content;
     const bool written =
             android::base::ReadFileToString(android::init::kReserveRegionSwitchFile, &content);
-    if (value.empty() ? written : content != std::string(kRegionProperty) + "=" + value + "\n") {
+    if (value.empty() ? written : content != RegionLine(value)) {
         fuzz_device::Fail("reserve region file for " + value);
     }
 }
 
 // The domestic conversion: only on a "CN" device without a usable region file, the province
 // (as it stands) or else the company type mapped through custom_map.prop becomes the reserve
-// region file's key.
+// region file's key; without the reserve directory nothing is written (the next boot retries).
 void CheckDomestic(FuzzedDataProvider& in) {
     const std::string reserve = android::init::kReserveRegionSwitchFile;
     const std::string data_file = android::init::kDataRegionSwitchFile;
@@ -199,59 +208,45 @@ void CheckDomestic(FuzzedDataProvider& in) {
     fuzz_device::PutFile(android::init::kRegionBuildProp,
                          std::string(android::init::kSkuRegionProperty) + "=" +
                                  (domestic ? "CN" : "EU") + "\n");
-    unlink(reserve.c_str());
-    unlink(data_file.c_str());
+    std::error_code ec;
+    std::filesystem::remove_all(reserve, ec);
+    std::filesystem::remove_all(data_file, ec);
+    if (in.ConsumeIntegralInRange(0, 5) == 0) std::filesystem::remove_all(android::init::kReserveSsvDir, ec);
     const bool had_reserve = in.ConsumeIntegralInRange(0, 3) == 0;
-    if (had_reserve) fuzz_device::PutFile(reserve, std::string(kRegionProperty) + "=old\n");
-    const std::string data_key = Word(in);
+    if (had_reserve) fuzz_device::PutFile(reserve, RegionLine("old"));
+    const std::string data_key = Pick(in, kWords);
     const bool had_data = in.ConsumeBool();
-    if (had_data) fuzz_device::PutFile(data_file, std::string(kRegionProperty) + "=" + data_key + "\n");
-    const std::string province = Word(in), company = Word(in);
+    if (had_data) fuzz_device::PutFile(data_file, RegionLine(data_key));
+    const std::string province = Pick(in, kWords), company = Pick(in, kWords);
     hostplatform::SetProperty("ro.sys.region.switch.first", province);
     hostplatform::SetProperty("ro.zelva.image.my_company.type", company);
 
-    std::string expected = had_reserve ? std::string(kRegionProperty) + "=old\n" : "";
+    std::string expected = had_reserve ? RegionLine("old") : "";
     const bool traced = had_data && !data_key.empty() && !ModelSource(data_key, "custom_map.prop").empty();
-    if (domestic && !had_reserve && !traced) {
+    const bool reserve_dir = access(android::init::kReserveSsvDir, F_OK) == 0;
+    if (domestic && !had_reserve && !traced && reserve_dir) {
         const std::string key = !province.empty() ? province : ModelTarget(company, "custom_map.prop");
-        if (!key.empty()) expected = std::string(kRegionProperty) + "=" + key + "\n";
+        if (!key.empty()) expected = RegionLine(key);
     }
     android::init::doRegionSwitchForDomestic();
     std::string content;
     android::base::ReadFileToString(reserve, &content);
     if (content != expected) fuzz_device::Fail("domestic region file");
+    std::filesystem::create_directories(android::init::kReserveSsvDir);
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
-    if (fuzz_device::MergeCoordinator(*argc, *argv)) return 0;
-    fuzz_device::QuietUnlessAsked();
-    fuzz_device::Enter(sandbox::DeviceTree()
-                               .File(android::init::kSystemExtBuildProp,
-                                     std::string(android::init::kBrandProperty) + "=alder\n")
-                               .File(android::init::kRegionBuildProp,
-                                     std::string(android::init::kSkuRegionProperty) + "=CN\n"));
-    android::init::InitCustDirList();
+    fuzz_device::Start(*argc, *argv, "CN");
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    fuzz_device::FreshTree();
-    hostplatform::ResetProperties();
-    std::filesystem::create_directories(android::init::kReserveSsvDir);
-    std::filesystem::create_directories(
-            std::filesystem::path(android::init::kDataRegionSwitchFile).parent_path());
+    fuzz_device::FreshInput(/*key_stores=*/true);
     FuzzedDataProvider in(data, size);
     WriteMaps(in);
-    while (in.remaining_bytes() > 0) {
-        switch (in.ConsumeIntegralInRange(0, 4)) {
-            case 0: CheckLookups(in); break;
-            case 1: CheckFirstKey(in); break;
-            case 2: CheckCreateDirectory(in); break;
-            case 3: CheckRegionFiles(in); break;
-            case 4: CheckDomestic(in); break;
-        }
-    }
+    fuzz_input::RunChecks(in, {CheckLookups, CheckFirstKey, CheckCreateDirectory, CheckRegionFiles,
+                               CheckDomestic});
     return 0;
 }

@@ -26,20 +26,12 @@ export TMPDIR="$roots"
 export ASAN_OPTIONS="detect_leaks=1"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 
-# Targets whose model still flags behaviour the library has by design (two boots of a
-# domestic device whose region key has odd bytes; a key decided by a property on both
-# boots): the smoke only replays their corpus, so that CI stays a regression check.
-# Remove a target from here once its model covers those inputs.
-replay_only=" fuzz_persist_override "
-
 # Runs one target; prints its line and returns non-zero on a finding.
 run_target() {
   local target="$1" corpus="$scratch/corpus-$1" log="$scratch/$1.log" rc=0
-  local limit=(-max_total_time="$seconds")
-  if [[ "$replay_only" == *" $target "* ]]; then limit=(-runs=0); fi
   mkdir -p "$corpus"
   if [ -d "fuzz/corpus/$target" ]; then cp -R "fuzz/corpus/$target/." "$corpus/"; fi
-  (cd "$scratch" && "$build/bin/$target" "${limit[@]}" -timeout=25 \
+  (cd "$scratch" && "$build/bin/$target" -max_total_time="$seconds" -timeout=25 \
       -print_final_stats=1 -artifact_prefix="$scratch/$target-" "$corpus") >"$log" 2>&1 || rc=$?
   local execs
   execs="$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -n 1)"
@@ -48,11 +40,7 @@ run_target() {
     grep -E -A 30 'FINDING|ERROR|runtime error' "$log" | head -n 60 || tail -n 40 "$log"
     return 1
   fi
-  if [ "${limit[0]}" = -runs=0 ]; then
-    echo "$target: corpus replayed (${execs:-?} inputs), no new inputs"
-  else
-    echo "$target: ${execs:-?} executions in ${seconds}s"
-  fi
+  echo "$target: ${execs:-?} executions in ${seconds}s"
 }
 
 # As many targets at once as there are cores.
