@@ -55,6 +55,31 @@ TEST(SandboxTest, BatchesAreAppliedToTheSeededStoreAndComeBackWithLogsByStep) {
     EXPECT_EQ(outcome.properties, (PropertyMap{{"ro.seeded", "yes"}, {"x.applied", "v"}}));
 }
 
+// A batch can hold a whole large build.prop: it and the store travel a buffer at a time and
+// are decoded as the pipe delivers them, so records split across reads must come back whole
+// and in their order.
+TEST(SandboxTest, BatchAndStoreLargerThanThePipeComeBackWholeAndInOrder) {
+    PropertyMap large;
+    for (int i = 0; i < 5000; ++i) large["persist.large.entry_" + std::to_string(i)] = "v";
+    // Longer than one write of the child and one read of the parent.
+    large["ro.large.value"] = std::string(100 << 10, 'x');
+    const sandbox::Outcome outcome =
+            RunInDevice(sandbox::DeviceTree(), {.properties = {{"ro.seeded", "yes"}}},
+                        [&large](sandbox::Context& ctx) {
+                            ctx.SetStep("one");
+                            ctx.sink()(kRestore, large);
+                            LOG(WARNING) << "between";
+                            ctx.sink()(kRestore, {{"x.after", "v"}});
+                        });
+    ASSERT_DEVICE_RAN(outcome);
+    EXPECT_THAT(SentBatches(outcome, "one"),
+                ElementsAre(Restore(large), Restore({{"x.after", "v"}})));
+    EXPECT_THAT(LogRecords(outcome, {.step = "one"}), ElementsAre(Warning("between")));
+    PropertyMap store = large;
+    store.insert({{"ro.seeded", "yes"}, {"x.after", "v"}});
+    EXPECT_EQ(outcome.properties, store);
+}
+
 TEST(SandboxTest, CrashOfTheChildIsReportedAsItsSignal) {
     const sandbox::Outcome crashed = RunInDevice(sandbox::DeviceTree(), [](auto&) { abort(); });
     SKIP_WITHOUT_SANDBOX(crashed.unavailable);

@@ -36,6 +36,10 @@ std::optional<std::string> GetProperty(const std::string& name) {
 }
 
 bool SetProperty(const std::string& name, const std::string& value) {
+    return SetProperty(std::string(name), std::string(value));
+}
+
+bool SetProperty(std::string&& name, std::string&& value) {
     if (name.empty()) return false;
     if (value.size() >= PROPERTY_VALUE_MAX && !StartsWithRo(name)) return false;
     Store& store = TheStore();
@@ -43,7 +47,7 @@ bool SetProperty(const std::string& name, const std::string& value) {
     if (value.empty()) {
         store.values.erase(name);
     } else {
-        store.values[name] = value;
+        store.values.insert_or_assign(std::move(name), std::move(value));
     }
     return true;
 }
@@ -52,6 +56,12 @@ std::map<std::string, std::string> SnapshotProperties() {
     Store& store = TheStore();
     std::lock_guard<std::mutex> guard(store.lock);
     return store.values;
+}
+
+void VisitProperties(const std::function<void(const std::map<std::string, std::string>&)>& visit) {
+    Store& store = TheStore();
+    std::lock_guard<std::mutex> guard(store.lock);
+    visit(store.values);
 }
 
 void ResetProperties() {

@@ -24,6 +24,9 @@ using BatchEffects = std::vector<Effect>;
 // store starts with the seeded properties and takes the script's setprop
 // steps; what the library sets itself is not seen. Refusals are init's, as
 // the device reported them.
-std::vector<BatchEffects> ReplayBatches(const BootConfig& config, const BootResult& result);
+// With |store_before| and |batch|: stops before that batch, leaving the store
+// as the batch found it.
+std::vector<BatchEffects> ReplayBatches(const BootConfig& config, const BootResult& result,
+                                        PropertyMap* store_before = nullptr, size_t batch = 0);
 
 }  // namespace extprop_sim

@@ -16,10 +16,12 @@
 #include <android-base/strings.h>
 
 #include "IInitExtensionProperty.h"
+#include "boot_sequence.h"
 #include "build_config.h"
 #include "hostplatform/property_store.h"
 #include "init_sink.h"
 #include "option_file.h"
+#include "script_assertions.h"
 
 namespace extprop_sim {
 namespace {
@@ -31,7 +33,7 @@ using Factory = IInitExtensionProperty* (*)(const char*);
 constexpr char kLibraryName[] = "libzelvaextproperty.so";
 constexpr char kCotaRequestSlot[] = "sys.cota.bind.load.properties";
 constexpr char kCotaRequestFile[] = "/data/cota/cota_mount_info.prop";
-constexpr std::chrono::milliseconds kDefaultWait(5000);
+constexpr std::chrono::milliseconds kDefaultWait(kDefaultWaitMs);
 
 struct SlotInfo {
     int slot;
@@ -92,11 +94,11 @@ void CallSlot(const Step& step, IInitExtensionProperty* object, sandbox::Context
             break;
         case 4:
             object->loadExtensionPartitionProperties(&map);
-            sink(kFilledMapKind, map);
+            sink(kFilledMapKind, std::move(map));
             break;
         case 5:
             object->loadExtensionPartitionProperties(a[0], &map);
-            sink(kFilledMapKind, map);
+            sink(kFilledMapKind, std::move(map));
             break;
         case 6:
             ctx.Note(note_key, std::to_string(object->loadPersistOverrideProperties(sink)));
@@ -158,16 +160,34 @@ void ExecuteStep(const Step& step, IInitExtensionProperty* object, sandbox::Cont
             break;
         }
         case Step::Kind::kWaitProp:
-            ctx.Note(note_key, WaitForProperty(a[0], a[1], WaitArg(a, 2)) ? "seen" : "timed out");
+            if (WaitForProperty(a[0], a[1], WaitArg(a, 2))) {
+                ctx.Note(note_key, "seen");
+            } else {
+                NoteWaitTimeout(step, ctx, note_key);
+            }
             break;
         case Step::Kind::kWaitLog:
-            ctx.Note(note_key, ctx.WaitForLog(a[0], WaitArg(a, 1)) ? "seen" : "timed out");
+            if (ctx.WaitForLog(a[0], WaitArg(a, 1))) {
+                ctx.Note(note_key, "seen");
+            } else {
+                NoteWaitTimeout(step, ctx, note_key);
+            }
             break;
         case Step::Kind::kCotaBoot:
             CotaBootSession(ctx, note_key);
             break;
         case Step::Kind::kHost:
             init.SetHost(*ParseHostMode(a[0]));
+            break;
+        case Step::Kind::kSimSwitch:
+            SwitchSim(a[0], ctx, note_key);
+            break;
+        case Step::Kind::kExpectProp:
+        case Step::Kind::kExpectNoProp:
+        case Step::Kind::kExpectFile:
+            CheckInDevice(step, ctx, note_key);
+            break;
+        default:  // restarts run before the new boot; record assertions after the boots
             break;
     }
 }
@@ -189,37 +209,6 @@ int SlotOf(const std::string& name, size_t arg_count) {
         if (name == info.operation && arg_count == info.args) return info.slot;
     }
     return -1;
-}
-
-std::string Step::Describe() const {
-    std::string text;
-    switch (kind) {
-        case Kind::kSlot:
-            text = "slot " + std::to_string(slot) + " " + OperationName(slot);
-            break;
-        case Kind::kSetProp:
-            text = "setprop";
-            break;
-        case Kind::kSleep:
-            text = "sleep";
-            break;
-        case Kind::kWrite:
-            return "write " + args[0];
-        case Kind::kWaitProp:
-            text = "wait-prop";
-            break;
-        case Kind::kWaitLog:
-            text = "wait-log";
-            break;
-        case Kind::kCotaBoot:
-            text = "cota-boot";
-            break;
-        case Kind::kHost:
-            text = "host";
-            break;
-    }
-    for (const std::string& arg : args) text += " " + (arg.empty() ? "\"\"" : arg);
-    return text;
 }
 
 std::vector<Step> DefaultBootSteps() {
@@ -317,20 +306,48 @@ BootResult RunBoot(const BootConfig& config) {
     options.apply_batches = false;  // init's rules set them, in the device
     options.timeout = std::chrono::minutes(10);
 
+    // Each boot of the sequence is its own process over the same root.
     const std::vector<Step>& steps = config.steps;
-    result.outcome = sandbox::Run(*root, options, [&](sandbox::Context& ctx) {
-        if (config.before_steps) config.before_steps(ctx);
-        InitSink init_sink(ctx, init);
-        if (!init_sink.ready()) return;
-        ctx.SetStep("factory");
-        IInitExtensionProperty* object = factory(kLibraryName);
-        for (size_t i = 0; i < steps.size(); ++i) {
-            ctx.SetStep(std::to_string(i));
-            ExecuteStep(steps[i], object, ctx, init_sink, std::to_string(i));
-            if (config.after_step) config.after_step(ctx, i);
+    const std::vector<int> boots = BootNumbers(steps);
+    for (size_t first = 0; first < steps.size() || first == 0;) {
+        size_t end = first + 1;
+        while (end < steps.size() && boots[end] == boots[first]) ++end;
+        const Step* restart =
+                first < steps.size() && StartsBoot(steps[first]) ? &steps[first] : nullptr;
+        PartitionImage image;
+        if (restart != nullptr && restart->kind == Step::Kind::kOta &&
+            !ReadPartitionImage(*restart, &image, &result.error)) {
+            return result;
         }
-        ctx.SetStep("end");
-    });
+        options.properties =
+                PropertiesAtBoot(config.properties, result.outcome.properties, restart);
+        for (size_t i = 0; i < first; ++i) {  // host steps of the boots before hold on
+            if (steps[i].kind == Step::Kind::kHost) init.host = *ParseHostMode(steps[i].args[0]);
+        }
+        sandbox::Outcome outcome = sandbox::Run(*root, options, [&](sandbox::Context& ctx) {
+            // The restart and the object's making belong to the restart step.
+            const std::string restart_label = std::to_string(first);
+            if (restart != nullptr) {
+                ctx.SetStep(restart_label);
+                RestartDevice(*restart, image, ctx, restart_label);
+            }
+            if (config.before_steps) config.before_steps(ctx);
+            InitSink init_sink(ctx, init);
+            if (!init_sink.ready()) return;
+            ctx.SetStep(restart != nullptr ? restart_label : "factory");
+            IInitExtensionProperty* object = factory(kLibraryName);
+            for (size_t i = first; i < end && i < steps.size(); ++i) {
+                ctx.SetStep(std::to_string(i));
+                ExecuteStep(steps[i], object, ctx, init_sink, std::to_string(i));
+                if (config.after_step) config.after_step(ctx, i);
+            }
+            ctx.SetStep("end");
+        });
+        AppendBoot(&result.outcome, std::move(outcome));
+        if (!result.outcome.Completed()) break;
+        first = end;
+    }
+    result.failures = CheckScript(&result);
     if (!result.outcome.Completed()) result.error = result.outcome.Describe();
     if (auto contexts = ContextsError(result.outcome)) result.error = *contexts;
     return result;

@@ -27,14 +27,31 @@ struct Step {
         kWaitLog,   // wait-log TEXT [MS]
         kCotaBoot,  // cota-boot: the COTA service's boot requests to the bind thread
         kHost,      // host vendor|aosp: the init rules from here on
+        // The device restarts: a new process loads the library again. /data,
+        // the reserve partition and persist.* properties carry over.
+        kReboot,     // reboot
+        kWipeData,   // wipe-data: a reboot with /data and persist.* emptied
+        kOta,        // ota PARTITION DIR: a reboot with the partition's content replaced by DIR's
+        kSimSwitch,  // sim-switch KEY: what the system records for a new SIM
+        // Assertions: a failed one makes the run exit 1; the run goes on.
+        kExpectProp,    // expect-prop NAME VALUE
+        kExpectNoProp,  // expect-no-prop NAME
+        kExpectFile,    // expect-file PATH CONTENT
+        kExpectBatch,   // expect-batch SLOT KIND NAME=VALUE...
+        kExpectLog,     // expect-log SEVERITY TEXT
+        kExpectNoLog,   // expect-no-log TEXT
     };
     Kind kind;
     int slot = -1;
     std::vector<std::string> args;
+    int line = 0;  // of the script, for messages; 0 for init's own boot sequence
 
     // "slot 6 loadPersistOverrideProperties", "setprop a b", ...
     std::string Describe() const;
 };
+
+// How long wait-prop and wait-log wait when the script doesn't say.
+constexpr int kDefaultWaitMs = 5000;
 
 // The operation name of a slot, or "" for a slot that doesn't exist.
 std::string OperationName(int slot);
@@ -51,6 +68,9 @@ std::vector<Step> DefaultBootSteps();
 // Arguments are separated by blanks; "double quotes" keep blanks, and \n in
 // write's text is a line feed.
 bool ParseScript(const std::string& text, std::vector<Step>* steps, std::string* error);
+// An ota step's relative DIR is taken from the script file's directory (from
+// the working directory when the script is no regular file: a pipe, stdin).
+void ResolveScriptPaths(const std::string& script_file, std::vector<Step>* steps);
 
 struct BootConfig {
     std::string tree;        // device tree directory to copy
@@ -70,11 +90,20 @@ struct BootConfig {
     std::function<void(sandbox::Context& ctx, size_t step)> after_step;
 };
 
+// A script assertion that didn't hold, or a wait that timed out.
+struct AssertionFailure {
+    size_t step;
+    std::string expected;
+    std::string seen;
+};
+
 struct BootResult {
     std::string error;  // set when the boot couldn't run
     std::string root;   // what the boot wrote: the overlay's upper layer (kept only on request)
     std::vector<Step> steps;
     sandbox::Outcome outcome;  // batches carry the step index as their step
+    // Each failed assertion (and timed-out wait) of a script, in step order.
+    std::vector<AssertionFailure> failures;
 };
 
 // Batches of slots 4 and 5 are maps filled in place; they are reported with

@@ -7,6 +7,7 @@
 #include "commands.h"
 #include "printable.h"
 #include "report.h"
+#include "script_assertions.h"
 
 namespace extprop_sim {
 
@@ -47,7 +48,10 @@ int BootCommand(const Args& args) {
         fprintf(stderr, "extprop-sim: what the boot changed in the device root is kept at %s\n",
                 Printable(result.root).c_str());
     }
-    return kExitOk;
+    for (const AssertionFailure& failure : result.failures) {
+        fprintf(stderr, "extprop-sim: failed at %s", FailureText(result, failure).c_str());
+    }
+    return result.failures.empty() ? kExitOk : kExitFindings;
 }
 
 }  // namespace extprop_sim

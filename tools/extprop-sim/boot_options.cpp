@@ -79,6 +79,7 @@ bool MakeBootConfig(const BootOptions& options, BootConfig* config, std::string*
         *error = options.script_file + ": " + *error;
         return false;
     }
+    ResolveScriptPaths(options.script_file, &config->steps);
     return true;
 }
 

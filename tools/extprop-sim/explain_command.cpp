@@ -20,6 +20,7 @@
 
 #include "boot_options.h"
 #include "commands.h"
+#include "explain_derived.h"
 #include "file_history.h"
 #include "init_sink.h"
 #include "printable.h"
@@ -31,6 +32,7 @@ namespace {
 // One file that set the property while the parser loaded it.
 struct Definition {
     size_t record;  // index of its "Loading properties" record
+    size_t load;    // which "Loading properties" record it is, from 0
     std::string step;
     std::string file;
     std::string value;
@@ -65,10 +67,11 @@ std::vector<Definition> LoadedDefinitions(const sandbox::Outcome& outcome,
             continue;
         }
         const std::string file = message.substr(begin, took - begin);
-        const auto content = LoadedFiles::Content(outcome, load++);
+        const auto content = LoadedFiles::Content(outcome, load);
         if (auto value = content ? OwnValue(*content, name) : std::nullopt) {
-            definitions.push_back({i, record.step, file, *value, {}});
+            definitions.push_back({i, load, record.step, file, *value, {}});
         }
+        ++load;
     }
     return definitions;
 }
@@ -135,6 +138,7 @@ int ExplainCommand(const Args& args) {
     config.verbose = true;  // the parser's "Loading properties" records
     config.init.context_of = name;
     LoadedFiles loaded(name);
+    for (const std::string& input : ExplainInputs(name)) loaded.AlsoFor(input);
     config.echo_logs = true;  // into the memory file of |loaded|, in the device
     config.before_steps = [&loaded](sandbox::Context& ctx) {
         if (!loaded.Start()) ctx.Note("loaded files", strerror(errno));
@@ -150,6 +154,13 @@ int ExplainCommand(const Args& args) {
     }
     std::vector<Definition> definitions = LoadedDefinitions(outcome, name);
     AttributeOverrides(outcome, name, &definitions);
+    const DefinitionsOf definitions_of = [&outcome](const std::string& input) {
+        std::vector<FileValue> files;
+        for (const Definition& d : LoadedDefinitions(outcome, input)) {
+            files.push_back({d.step, d.file, d.value});
+        }
+        return files;
+    };
 
     const std::string host = HostModeName(config.init.host);
     std::string out = Printable(name) + " through the boot of " + Printable(config.tree) + " (" +
@@ -161,17 +172,41 @@ int ExplainCommand(const Args& args) {
         out += "Seeded by --props " + Printable(options.props_file) + ": " + Quote(seeded->second) +
                "\n";
     }
-    out += definitions.empty() ? "No property file set it.\n"
-                               : "Files that set it, in the order the parser finished them:\n";
+    const std::string derived = DerivedText(config, result, name, definitions_of);
+    if (definitions.empty()) out += derived.empty() ? "No property file set it.\n" : derived;
+    if (!definitions.empty()) out += "Files that set it, in the order the parser finished them:\n";
     std::string step;
-    for (const Definition& definition : definitions) {
+    for (size_t d = 0; d < definitions.size(); ++d) {
+        const Definition& definition = definitions[d];
         if (definition.step != step) out += "  " + StepText(result, step = definition.step) + "\n";
-        out += "    " + Printable(definition.file) + ": " + Quote(definition.value);
+        // A partition read at both of its mount points is one file.
+        const Definition* next = d + 1 < definitions.size() ? &definitions[d + 1] : nullptr;
+        const bool same_file = next != nullptr && next->step == definition.step &&
+                               next->file != definition.file &&
+                               PartitionPath(next->file) == PartitionPath(definition.file) &&
+                               next->value == definition.value &&
+                               LoadedFiles::Content(outcome, next->load) ==
+                                       LoadedFiles::Content(outcome, definition.load);
+        out += "    " + Printable(definition.file) +
+               (same_file ? " (and as " + Printable(next->file) + ")" : "") + ": " +
+               Quote(definition.value);
         for (const std::string& old_value : definition.overridden) {
             out += ", overriding " + Quote(old_value);
         }
+        if (same_file) {
+            for (const std::string& old_value : next->overridden) {
+                out += ", overriding " + Quote(old_value);
+            }
+            ++d;
+        }
         out += "\n";
+        if (const std::string choice =
+                    KeyChoiceText(config, result, PartitionPath(definition.file), definitions_of);
+            !choice.empty()) {
+            out += "      " + choice + "\n";
+        }
     }
+    if (!definitions.empty()) out += derived;
     bool carried = false;
     std::optional<std::string> accepted;  // the last value init set from a batch
     size_t refused = 0;

@@ -4,6 +4,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <cstring>
 
 #include <android-base/file.h>
@@ -44,7 +46,9 @@ void LoadedFiles::CaptureAfterStep(sandbox::Context& ctx) {
         std::string content;
         // The parser doesn't follow a final symbolic link either.
         if (android::base::ReadFileToString(file, &content, false) &&
-            content.find(name_) != std::string::npos) {
+            std::any_of(names_.begin(), names_.end(), [&](const std::string& name) {
+                return content.find(name) != std::string::npos;
+            })) {
             ctx.Note(LoadKey(load), content);
         }
     }
@@ -55,6 +59,19 @@ std::optional<std::string> LoadedFiles::Content(const sandbox::Outcome& outcome,
     auto it = outcome.notes.find(LoadKey(load));
     if (it == outcome.notes.end()) return std::nullopt;
     return it->second;
+}
+
+void LoadedFiles::RenumberLoads(sandbox::PropertyMap* notes, size_t loads_before) {
+    sandbox::PropertyMap renumbered;
+    for (auto& [key, value] : *notes) {
+        size_t load;
+        if (sscanf(key.c_str(), "load %zu", &load) == 1 && key == LoadKey(load)) {
+            renumbered[LoadKey(load + loads_before)] = value;
+        } else {
+            renumbered[key] = value;
+        }
+    }
+    *notes = std::move(renumbered);
 }
 
 }  // namespace extprop_sim

@@ -15,6 +15,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "sandbox.h"
 
@@ -26,7 +27,9 @@ constexpr char kLoadedSuffix[] = " took ";
 
 class LoadedFiles {
   public:
-    explicit LoadedFiles(std::string name) : name_(std::move(name)) {}
+    explicit LoadedFiles(std::string name) : names_{std::move(name)} {}
+    // The files that mention |name| travel back too (the inputs of a derived value).
+    void AlsoFor(std::string name) { names_.push_back(std::move(name)); }
 
     // Inside the device, before the first step; needs the log echoed to stderr
     // at VERBOSE. Returns false when the echo can't be redirected.
@@ -38,9 +41,12 @@ class LoadedFiles {
     // |load|-th "Loading properties" record (from 0, in record order) as the
     // step that loaded it left it, or nullopt when it didn't mention the property.
     static std::optional<std::string> Content(const sandbox::Outcome& outcome, size_t load);
+    // Renumbers the files a later boot of a sequence noted (it counts from 0)
+    // to follow the |loads_before| records of the boots before it.
+    static void RenumberLoads(sandbox::PropertyMap* notes, size_t loads_before);
 
   private:
-    const std::string name_;
+    std::vector<std::string> names_;
     int fd_ = -1;
     off_t read_ = 0;       // bytes of the echo already looked at
     std::string partial_;  // an unfinished last line

@@ -5,6 +5,8 @@
 
 #include <cerrno>
 #include <clocale>
+#include <cstdlib>
+#include <cstring>
 
 #include <android-base/strings.h>
 
@@ -43,7 +45,7 @@ void UseUtf8Locale() {
 }
 
 InitSink::InitSink(sandbox::Context& device, const InitSetup& setup)
-    : device_(device), record_(device.sink()) {
+    : device_(device) {
     rules_.host = setup.host;
     rules_.legal = setup.legal;
     auto contexts = LoadDeviceContexts(setup.contexts_files, setup.find_tree_contexts);
@@ -66,7 +68,7 @@ InitSink::InitSink(sandbox::Context& device, const InitSetup& setup)
 }
 
 sandbox::Sink InitSink::sink() {
-    return [this](int kind, sandbox::PropertyMap props) { Apply(kind, props); };
+    return [this](int kind, sandbox::PropertyMap props) { Apply(kind, std::move(props)); };
 }
 
 void InitSink::SetHost(HostMode host) {
@@ -74,18 +76,29 @@ void InitSink::SetHost(HostMode host) {
     rules_.host = host;
 }
 
-void InitSink::Apply(int kind, const sandbox::PropertyMap& props) {
+void InitSink::Apply(int kind, sandbox::PropertyMap props) {
     std::lock_guard<std::mutex> guard(lock_);
     const size_t batch = batches_++;
-    record_(kind, props);
-    for (const auto& [name, value] : props) {
-        const auto refusal = InitRefusal(rules_, name, value, hostplatform::GetProperty(name));
+    device_.Record(kind, props);
+    // Each entry moves into the store as init takes it: a batch can hold a
+    // whole large build.prop, which the batch and the store needn't both hold.
+    // Its refusals go back in one record.
+    sandbox::PropertyMap refusals;
+    while (!props.empty()) {
+        auto entry = props.extract(props.begin());
+        const std::string& name = entry.key();
+        // Only stock init's read-only rule looks at what the store holds.
+        const auto refusal = InitRefusal(
+                rules_, name, entry.mapped(),
+                rules_.host == HostMode::kAosp ? hostplatform::GetProperty(name) : std::nullopt);
         if (refusal) {
-            device_.Note(kRefusalNote + std::to_string(batch) + " " + name, *refusal);
+            refusals.emplace_hint(refusals.end(),
+                                  kRefusalNote + std::to_string(batch) + " " + name, *refusal);
         } else {
-            hostplatform::SetProperty(name, value);
+            hostplatform::SetProperty(std::move(entry.key()), std::move(entry.mapped()));
         }
     }
+    device_.Notes(refusals);
 }
 
 std::optional<std::string> RefusalOf(const sandbox::Outcome& outcome, size_t batch,
@@ -93,6 +106,32 @@ std::optional<std::string> RefusalOf(const sandbox::Outcome& outcome, size_t bat
     auto it = outcome.notes.find(kRefusalNote + std::to_string(batch) + " " + name);
     if (it == outcome.notes.end()) return std::nullopt;
     return it->second;
+}
+
+void RenumberRefusals(sandbox::PropertyMap* notes, size_t batches_before) {
+    sandbox::PropertyMap renumbered;
+    for (auto& [key, value] : *notes) {
+        size_t batch;
+        char* end = nullptr;
+        if (key.rfind(kRefusalNote, 0) == 0 &&
+            (batch = strtoul(key.c_str() + strlen(kRefusalNote), &end, 10), *end == ' ')) {
+            renumbered[kRefusalNote + std::to_string(batch + batches_before) + end] = value;
+        } else {
+            renumbered[key] = value;
+        }
+    }
+    *notes = std::move(renumbered);
+}
+
+std::map<std::string_view, std::string_view> RefusalsOf(const sandbox::Outcome& outcome,
+                                                         size_t batch) {
+    const std::string prefix = kRefusalNote + std::to_string(batch) + " ";
+    std::map<std::string_view, std::string_view> refusals;
+    for (auto it = outcome.notes.lower_bound(prefix);
+         it != outcome.notes.end() && android::base::StartsWith(it->first, prefix); ++it) {
+        refusals.emplace(std::string_view(it->first).substr(prefix.size()), it->second);
+    }
+    return refusals;
 }
 
 std::string ContextsInUse(const sandbox::Outcome& outcome) {

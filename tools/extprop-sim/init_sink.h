@@ -5,10 +5,12 @@
 // has. Refusals go back to the report as notes.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "init_rules.h"
@@ -48,10 +50,9 @@ class InitSink {
     void SetHost(HostMode host);
 
   private:
-    void Apply(int kind, const sandbox::PropertyMap& props);
+    void Apply(int kind, sandbox::PropertyMap props);
 
     sandbox::Context& device_;
-    const sandbox::Sink record_;
     InitRules rules_;
     std::unique_ptr<PropertyContexts> contexts_;
     std::mutex lock_;  // the COTA bind thread hands batches over too
@@ -63,6 +64,12 @@ class InitSink {
 // The reason entry |name| of batch |batch| was refused, or nullopt.
 std::optional<std::string> RefusalOf(const sandbox::Outcome& outcome, size_t batch,
                                      const std::string& name);
+// Renumbers the refusals a later boot of a sequence noted (its sink counts
+// from 0) to follow the |batches_before| batches of the boots before it.
+void RenumberRefusals(sandbox::PropertyMap* notes, size_t batches_before);
+// Every entry of batch |batch| that init refused, by name, with its reason.
+std::map<std::string_view, std::string_view> RefusalsOf(const sandbox::Outcome& outcome,
+                                                         size_t batch);
 // "off (...)" or the contexts files in use.
 std::string ContextsInUse(const sandbox::Outcome& outcome);
 // The context of InitSetup::context_of: "u:object_r:x:s0 (type bool)", "none",

@@ -22,7 +22,8 @@ Usage:
       its slot, operation and kind, marking what each entry did to the property
       store (+ new, ~ changed, = already set, - cleared, ! refused by init, with
       the reason) and its value after boot when a later batch changed it; then
-      the properties after boot. A refusal is reported, not an error: exit 0.
+      the properties after boot. A refusal is reported, not an error: exit 0;
+      a failed script assertion (below) exits 1.
       The library's log goes to stderr; --json prints one JSON document instead.
   extprop-sim explain NAME --root DIR [BOOT OPTIONS]
       Boots like boot and tells the story of one property: the --props value it
@@ -71,6 +72,24 @@ Script steps, one a line (# starts a comment):
   wait-prop NAME VALUE [MS] wait-log TEXT [MS]
   cota-boot                 the COTA service's boot requests to the bind thread
   host vendor|aosp          init's rules from this step on
+  boot-sequence             init's boot sequence (what runs without --script)
+Boots in sequence: each restart is a new process that loads the library anew;
+/data, the reserve partition and persist.* properties are kept, the rest of
+the property store starts again from --props. The steps after it are what the
+new boot runs (usually boot-sequence).
+  reboot                    wipe-data   (a reboot with /data and persist.* emptied)
+  ota PARTITION DIR         a reboot with /PARTITION holding DIR's content
+                            (DIR relative to the script's directory)
+  sim-switch KEY            the new current switch key on the reserve partition
+                            and in sys.sim.switch.current, then slot 9 and slot
+                            10 propertiesOverrideSwitch
+Assertions (the run goes on; any failure, or a timed-out wait, exits 1 and is
+printed on stderr with its line, what was expected and what was seen):
+  expect-prop NAME VALUE    expect-no-prop NAME   expect-file PATH CONTENT (\n)
+  expect-batch SLOT KIND|map NAME=VALUE...   a batch of that slot and kind in
+                            this boot so far holding every NAME=VALUE
+  expect-log SEVERITY TEXT  expect-no-log TEXT   a record of this boot so far
+                            (SEVERITY: V D I W E F or VERBOSE ... FATAL)
 
 Option files (--props, --script, parse FILE) may be files, FIFOs, /dev/stdin or
 links; more than 16 MiB, or a FIFO silent for 5 s, is an error. Text output

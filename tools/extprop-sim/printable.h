@@ -11,5 +11,7 @@
 namespace extprop_sim {
 
 std::string Printable(const std::string& text);
+// The same, appended to |out|: no copy of each of a large report's names and values.
+void AppendPrintable(const std::string& text, std::string* out);
 
 }  // namespace extprop_sim

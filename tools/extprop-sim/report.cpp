@@ -2,6 +2,7 @@
 #include "report.h"
 
 #include "batch_effects.h"
+#include "boot_sequence.h"
 #include "init_sink.h"
 #include "json.h"
 #include "printable.h"
@@ -17,35 +18,41 @@ std::string Count(size_t n, const char* what) {
     return n == 0 ? "" : ", " + std::to_string(n) + " " + what;
 }
 
-std::string BatchText(const sandbox::Batch& batch, const BatchEffects& effects,
-                      const PropertyMap& final_store) {
+// Appends to |out| rather than returning: a batch can hold every line of a
+// large build.prop, and its text needn't exist twice.
+void AppendBatchText(const sandbox::Batch& batch, const BatchEffects& effects,
+                     const PropertyMap& final_store, std::string* out) {
     size_t counts[5] = {};
-    std::string lines;
+    for (const Effect& effect : effects) ++counts[effect.what];
+    *out += "-- " + KindName(batch.kind) + ", " + std::to_string(batch.props.size()) +
+            (batch.props.size() == 1 ? " property" : " properties") + Count(counts[0], "new") +
+            Count(counts[1], "changed") + Count(counts[2], "already set") +
+            Count(counts[3], "cleared") + Count(counts[4], "refused") + "\n";
     size_t entry = 0;
     for (const auto& [name, value] : batch.props) {
         const Effect& effect = effects[entry++];
-        ++counts[effect.what];
         static constexpr char kMarks[] = "+~=-!";
-        lines += std::string(" ") + kMarks[effect.what] + " " + Printable(name) + "=" +
-                 Printable(value);
+        *out += ' ';
+        *out += kMarks[effect.what];
+        *out += ' ';
+        AppendPrintable(name, out);
+        *out += '=';
+        AppendPrintable(value, out);
         if (effect.what == Effect::kChanged || effect.what == Effect::kCleared) {
-            lines += "  (was " + Printable(effect.before) + ")";
+            *out += "  (was " + Printable(effect.before) + ")";
         }
-        if (effect.what == Effect::kRefused)
-            lines += "  (refused: " + Printable(effect.reason) + ")";
+        if (effect.what == Effect::kRefused) {
+            *out += "  (refused: " + Printable(effect.reason) + ")";
+        }
         auto final_value = final_store.find(name);
-        const std::string left = effect.what == Effect::kRefused ? effect.before : value;
-        if (final_value == final_store.end() ? !left.empty() : final_value->second != left) {
-            lines += final_value == final_store.end()
-                             ? "  (final: unset)"
-                             : "  (final: " + Printable(final_value->second) + ")";
+        const bool final_set = final_value != final_store.end();
+        const std::string& left = effect.what == Effect::kRefused ? effect.before : value;
+        if (!final_set ? !left.empty() : final_value->second != left) {
+            *out += !final_set ? "  (final: unset)"
+                               : "  (final: " + Printable(final_value->second) + ")";
         }
-        lines += "\n";
+        *out += '\n';
     }
-    return "-- " + KindName(batch.kind) + ", " + std::to_string(batch.props.size()) +
-           (batch.props.size() == 1 ? " property" : " properties") + Count(counts[0], "new") +
-           Count(counts[1], "changed") + Count(counts[2], "already set") +
-           Count(counts[3], "cleared") + Count(counts[4], "refused") + "\n" + lines;
 }
 
 std::string JsonNames(const PropertyMap& props, const BatchEffects& effects) {
@@ -75,11 +82,15 @@ std::string BootReportText(const BootConfig& config, const BootResult& result) {
                       " host; property contexts: " + Printable(ContextsInUse(outcome)) +
                       "\nBatch entries: + new, ~ changed, = already set, - cleared, ! refused by"
                       " init; (final: ...) when the property ends the boot otherwise.\n";
+    const std::vector<int> boots = BootNumbers(result.steps);
     for (size_t i = 0; i < result.steps.size(); ++i) {
+        if (boots.back() > 1 && (i == 0 || boots[i] != boots[i - 1])) {
+            out += "\n=== Boot " + std::to_string(boots[i]) + "\n";
+        }
         out += "\n== " + Printable(result.steps[i].Describe()) + "\n";
         for (size_t b = 0; b < outcome.batches.size(); ++b) {
             if (StepIndex(outcome.batches[b].step) != static_cast<int>(i)) continue;
-            out += BatchText(outcome.batches[b], effects[b], outcome.properties);
+            AppendBatchText(outcome.batches[b], effects[b], outcome.properties, &out);
         }
         if (auto note = outcome.notes.find(std::to_string(i)); note != outcome.notes.end()) {
             out += "-- result: " + Printable(note->second) + "\n";
@@ -87,7 +98,10 @@ std::string BootReportText(const BootConfig& config, const BootResult& result) {
     }
     out += "\n== Properties after boot (" + std::to_string(outcome.properties.size()) + ")\n";
     for (const auto& [name, value] : outcome.properties) {
-        out += Printable(name) + "=" + Printable(value) + "\n";
+        AppendPrintable(name, &out);
+        out += '=';
+        AppendPrintable(value, &out);
+        out += '\n';
     }
     return out;
 }
@@ -101,11 +115,13 @@ std::string BootReportJson(const BootConfig& config, const BootResult& result) {
                       ",\n  \"property_contexts\": " + JsonString(ContextsInUse(outcome)) +
                       ",\n  \"seeded\": " + JsonObject(config.properties, "  ") +
                       ",\n  \"steps\": [";
+    const std::vector<int> boots = BootNumbers(result.steps);
     for (size_t i = 0; i < result.steps.size(); ++i) {
         const Step& step = result.steps[i];
         std::vector<std::string> args;
         for (const std::string& arg : step.args) args.push_back(JsonString(arg));
         out += std::string(i == 0 ? "\n" : ",\n") + "    {\"index\": " + std::to_string(i) +
+               ", \"boot\": " + std::to_string(boots[i]) +
                ", \"step\": " + JsonString(step.Describe());
         if (step.kind == Step::Kind::kSlot) {
             out += ", \"slot\": " + std::to_string(step.slot) +

@@ -45,12 +45,36 @@ class ChildContext : public Context {
     }
 
     Sink sink() override {
-        return [this](int kind, PropertyMap props) {
-            if (options_.apply_batches) {
-                for (const auto& [name, value] : props) hostplatform::SetProperty(name, value);
+        return [this](int kind, PropertyMap props) { Record(kind, props); };
+    }
+
+    void Record(int kind, const PropertyMap& props) override {
+        if (options_.apply_batches) {
+            for (const auto& [name, value] : props) hostplatform::SetProperty(name, value);
+        }
+        const std::string step = CurrentStep(), kind_text = std::to_string(kind);
+        std::lock_guard<std::mutex> guard(write_lock_);
+        RecordWriter writer(fd_, kBatch, 2 + 2 * props.size());
+        writer.Field(step);
+        writer.Field(kind_text);
+        for (const auto& [name, value] : props) {
+            writer.Field(name);
+            writer.Field(value);
+        }
+        writer.End();
+    }
+
+    // The property store as it is, read under its lock rather than copied.
+    void SendProperties() {
+        std::lock_guard<std::mutex> guard(write_lock_);
+        hostplatform::VisitProperties([this](const PropertyMap& store) {
+            RecordWriter writer(fd_, kProperties, 2 * store.size());
+            for (const auto& [name, value] : store) {
+                writer.Field(name);
+                writer.Field(value);
             }
-            Send(kBatch, FlattenMap({CurrentStep(), std::to_string(kind)}, props));
-        };
+            writer.End();
+        });
     }
 
     void SetStep(const std::string& step) override {
@@ -60,6 +84,17 @@ class ChildContext : public Context {
 
     void Note(const std::string& key, const std::string& value) override {
         Send(kNote, {key, value});
+    }
+
+    void Notes(const PropertyMap& notes) override {
+        if (notes.empty()) return;
+        std::lock_guard<std::mutex> guard(write_lock_);
+        RecordWriter writer(fd_, kNote, 2 * notes.size());
+        for (const auto& [key, value] : notes) {
+            writer.Field(key);
+            writer.Field(value);
+        }
+        writer.End();
     }
 
     bool WaitForLog(const std::string& text, std::chrono::milliseconds timeout) override {
@@ -191,7 +226,7 @@ void DieWithParent(pid_t parent, int alive) {
     ctx.Send(kStarted, {});
     fn(ctx);
 
-    ctx.Send(kProperties, FlattenMap({}, hostplatform::SnapshotProperties()));
+    ctx.SendProperties();
     if (options.capture_tree) SendTree(&ctx, "", 0, options.capture_limit, proc ? "/proc" : "");
     // No exit handlers (threads the function left running just stop), so the
     // leak check that exit would run is run here.

@@ -201,7 +201,13 @@ bool MountRoot(const RootLayout& layout, SetupError* error) {
         errno = E2BIG;
         return Fail(error, "overlay layer list", true);
     }
-    if (mount("overlay", layout.mount_point.c_str(), "overlay", 0, options.c_str()) != 0) {
+    // userxattr: in a user namespace the overlay can mark a directory that
+    // hides the layers below (one made after removing a tree's directory)
+    // only with user.* attributes; without it such an rmdir fails with EIO.
+    // Kernels before 5.11 don't know the option.
+    if (mount("overlay", layout.mount_point.c_str(), "overlay", 0,
+              (options + ",userxattr").c_str()) != 0 &&
+        mount("overlay", layout.mount_point.c_str(), "overlay", 0, options.c_str()) != 0) {
         return Fail(error, "mount overlay", true);
     }
     return true;

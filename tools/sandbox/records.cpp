@@ -3,16 +3,14 @@
 
 #include <string.h>
 
-#include <cstdint>
+#include <android-base/file.h>
 
 namespace sandbox {
 namespace {
 
-PropertyMap UnflattenMap(const std::vector<std::string>& fields, size_t from) {
-    PropertyMap map;
-    for (size_t i = from; i + 1 < fields.size(); i += 2) map[fields[i]] = fields[i + 1];
-    return map;
-}
+// Large enough that a batch costs few writes, small against any batch worth
+// streaming.
+constexpr size_t kWriteBuffer = 64 * 1024;
 
 void AppendU32(std::string* out, uint32_t value) {
     out->append(reinterpret_cast<const char*>(&value), sizeof(value));
@@ -30,40 +28,113 @@ std::string EncodeRecord(char tag, const std::vector<std::string>& fields) {
     return out;
 }
 
-std::vector<Record> DecodeRecords(const std::string& data) {
-    std::vector<Record> records;
-    size_t pos = 0;
-    auto read_u32 = [&](uint32_t* value) {
-        if (data.size() - pos < sizeof(*value)) return false;
-        memcpy(value, data.data() + pos, sizeof(*value));
-        pos += sizeof(*value);
-        return true;
-    };
-    while (pos < data.size()) {
-        Record record{data[pos++], {}};
-        uint32_t count;
-        if (!read_u32(&count)) break;
-        bool whole = true;
-        for (uint32_t i = 0; i < count && whole; ++i) {
-            uint32_t size;
-            whole = read_u32(&size) && data.size() - pos >= size;
-            if (whole) {
-                record.fields.emplace_back(data, pos, size);
-                pos += size;
-            }
-        }
-        if (!whole) break;
-        records.push_back(std::move(record));
-    }
-    return records;
+RecordWriter::RecordWriter(int fd, char tag, uint32_t fields) : fd_(fd) {
+    buffer_.reserve(kWriteBuffer);
+    buffer_.push_back(tag);
+    AppendU32(&buffer_, fields);
 }
 
-std::vector<std::string> FlattenMap(std::vector<std::string> head, const PropertyMap& map) {
-    for (const auto& [name, value] : map) {
-        head.push_back(name);
-        head.push_back(value);
+void RecordWriter::Field(std::string_view field) {
+    const uint32_t size = field.size();
+    Append(&size, sizeof(size));
+    Append(field.data(), field.size());
+}
+
+void RecordWriter::End() {
+    Flush();
+}
+
+void RecordWriter::Append(const void* data, size_t size) {
+    if (buffer_.size() + size > kWriteBuffer) Flush();
+    if (size >= kWriteBuffer) {
+        android::base::WriteFully(fd_, data, size);
+    } else {
+        buffer_.append(static_cast<const char*>(data), size);
     }
-    return head;
+}
+
+void RecordWriter::Flush() {
+    android::base::WriteFully(fd_, buffer_.data(), buffer_.size());
+    buffer_.clear();
+}
+
+size_t RecordDecoder::HeadFields() const {
+    switch (tag_) {
+        case kBatch:
+            return 2;
+        case kNote:
+        case kProperties:
+            return 0;
+        default:
+            return count_;
+    }
+}
+
+void RecordDecoder::Feed(const char* data, size_t size) {
+    pending_.append(data, size);
+    while (true) {
+        if (!in_record_) {
+            if (pending_.size() - pos_ < 1 + sizeof(count_)) break;
+            tag_ = pending_[pos_];
+            memcpy(&count_, pending_.data() + pos_ + 1, sizeof(count_));
+            pos_ += 1 + sizeof(count_);
+            in_record_ = true;
+            taken_ = 0;
+        }
+        if (taken_ == count_) {
+            Finish();
+            continue;
+        }
+        if (!TakeField()) break;
+    }
+    pending_.erase(0, pos_);
+    pos_ = 0;
+}
+
+bool RecordDecoder::TakeField() {
+    uint32_t size;
+    if (pending_.size() - pos_ < sizeof(size)) return false;
+    memcpy(&size, pending_.data() + pos_, sizeof(size));
+    if (pending_.size() - pos_ - sizeof(size) < size) return false;
+    std::string field(pending_, pos_ + sizeof(size), size);
+    pos_ += sizeof(size) + size;
+    if (taken_ < HeadFields()) {
+        head_.push_back(std::move(field));
+    } else if ((taken_ - HeadFields()) % 2 == 0) {
+        name_ = std::move(field);
+    } else {
+        // The child sends entries in name order: each goes at the end.
+        map_.emplace_hint(map_.end(), std::move(name_), std::move(field));
+    }
+    ++taken_;
+    return true;
+}
+
+void RecordDecoder::Finish() {
+    switch (tag_) {
+        case kBatch:
+            if (head_.size() == 2) {
+                outcome_->batches.push_back({std::move(head_[0]), std::stoi(head_[1]),
+                                             std::move(map_)});
+            }
+            break;
+        case kProperties:
+            outcome_->properties = std::move(map_);
+            break;
+        case kNote:
+            // Later notes replace earlier ones of the same key.
+            while (!map_.empty()) {
+                auto note = map_.extract(map_.begin());
+                outcome_->notes.insert_or_assign(std::move(note.key()), std::move(note.mapped()));
+            }
+            break;
+        default:
+            ApplyRecord({tag_, std::move(head_)}, outcome_);
+            break;
+    }
+    head_.clear();
+    map_.clear();
+    in_record_ = false;
 }
 
 void ApplyRecord(const Record& record, Outcome* outcome) {
@@ -78,22 +149,12 @@ void ApplyRecord(const Record& record, Outcome* outcome) {
         case kStarted:
             outcome->ran = true;
             break;
-        case kBatch:
-            if (f.size() >= 2)
-                outcome->batches.push_back({f[0], std::stoi(f[1]), UnflattenMap(f, 2)});
-            break;
         case kLog:
             if (f.size() == 5) {
                 outcome->logs.push_back({f[0],
                                          static_cast<android::base::LogSeverity>(std::stoi(f[1])),
                                          f[2], static_cast<unsigned>(std::stoul(f[3])), f[4]});
             }
-            break;
-        case kNote:
-            if (f.size() == 2) outcome->notes[f[0]] = f[1];
-            break;
-        case kProperties:
-            outcome->properties = UnflattenMap(f, 0);
             break;
         case kTreeEntry:
             if (f.size() == 6) {

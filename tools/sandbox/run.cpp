@@ -25,8 +25,9 @@ using android::base::unique_fd;
 namespace sandbox {
 namespace {
 
-// Reads everything the child sends until it closes the pipe or time runs out.
-bool ReadAll(int fd, std::chrono::milliseconds timeout, std::string* data) {
+// Decodes everything the child sends as it comes, until the child closes the
+// pipe or time runs out.
+bool ReadAll(int fd, std::chrono::milliseconds timeout, RecordDecoder* decoder) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     char buf[65536];
     while (true) {
@@ -39,7 +40,7 @@ bool ReadAll(int fd, std::chrono::milliseconds timeout, std::string* data) {
         if (ready <= 0) return false;
         const ssize_t n = TEMP_FAILURE_RETRY(read(fd, buf, sizeof(buf)));
         if (n <= 0) return true;
-        data->append(buf, n);
+        decoder->Feed(buf, n);
     }
 }
 
@@ -103,15 +104,14 @@ Outcome Run(const ScratchRoot& root, const Options& options, const Function& fn)
     }
     write_end.reset();
 
-    std::string data;
-    if (!ReadAll(read_end.get(), options.timeout, &data)) {
+    RecordDecoder decoder(&outcome);
+    if (!ReadAll(read_end.get(), options.timeout, &decoder)) {
         outcome.timed_out = true;
         kill(pid, SIGKILL);
     }
     int status = 0;
     while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
-    for (const Record& record : DecodeRecords(data)) ApplyRecord(record, &outcome);
     if (WIFEXITED(status) && outcome.signal == 0) outcome.exit_code = WEXITSTATUS(status);
     if (WIFSIGNALED(status) && !outcome.timed_out) outcome.signal = WTERMSIG(status);
     return outcome;

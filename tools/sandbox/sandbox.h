@@ -193,10 +193,14 @@ class Context {
     virtual ~Context() = default;
     // A sink that records each batch (and applies it, if the options say so).
     virtual Sink sink() = 0;
+    // What the sink does with one batch, for a caller that keeps the batch.
+    virtual void Record(int kind, const PropertyMap& props) = 0;
     // Labels the batches and log records that follow.
     virtual void SetStep(const std::string& step) = 0;
     // Records a value for the parent to check.
     virtual void Note(const std::string& key, const std::string& value) = 0;
+    // Records many values at once, in one record however many they are.
+    virtual void Notes(const PropertyMap& notes) = 0;
     // Waits until a log message containing |text| has been recorded.
     virtual bool WaitForLog(const std::string& text, std::chrono::milliseconds timeout) = 0;
 };

@@ -6,6 +6,7 @@
 // it directly to seed and inspect properties.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -20,9 +21,15 @@ std::optional<std::string> GetProperty(const std::string& name);
 // an empty name or for a value the device would refuse (92 bytes or more for a
 // name outside "ro.").
 bool SetProperty(const std::string& name, const std::string& value);
+// The same, taking the name and value rather than copying them.
+bool SetProperty(std::string&& name, std::string&& value);
 
 // Every property that is set, sorted by name.
 std::map<std::string, std::string> SnapshotProperties();
+
+// Shows |visit| every property that is set, under the store's lock: no copy of
+// a store that can hold a whole large build.prop.
+void VisitProperties(const std::function<void(const std::map<std::string, std::string>&)>& visit);
 
 // Clears every property.
 void ResetProperties();
