@@ -8,6 +8,14 @@ the suite catches.
     scripts/mutants.py --only ID ...        the named rows (first column)
     scripts/mutants.py --allow-survivors    report only
     scripts/mutants.py --record             also update tests/mutations.baseline
+    scripts/mutants.py --all-catchers       run the whole suite on every mutation and
+                                            record every test that fails, not just the first
+
+The suite runs as one process of the test binary. The baseline's third column
+is a gtest filter tried first (a test name, or suites such as "PathTest.*");
+only a mutation it misses is run against the whole suite. With --all-catchers
+every row runs the whole suite and the baseline names every catching test, so a
+test can be dropped exactly when each row it catches has another catcher left.
 
 The repository's own files are never modified: the source is copied to
 build-mutants/src (only files that changed are rewritten, so the build there
@@ -30,8 +38,8 @@ CATALOG = ROOT / "tests" / "mutations.tsv"
 BASELINE = ROOT / "tests" / "mutations.baseline"
 LIBRARY_DIR = "system/core_common/extproperty"
 # A mutation that makes the suite hang is caught too, but it must not stall the run.
-SUITE_TIMEOUT_S = 240
-NICE = ["nice", "-n", "10"]
+SUITE_TIMEOUT_S = 600
+NICE = ["nice", "-n", "19"]
 # Stands for a line break inside a snippet of the catalog.
 NEWLINE = "\u23ce"
 
@@ -48,13 +56,14 @@ def load_catalog(path):
 
 
 def load_baseline_catchers(path):
-    """id -> the test that caught the mutation last time, tried first."""
+    """id -> the test that caught the mutation last time, tried first (the
+    first of the row's catchers when the baseline lists several)."""
     catchers = {}
     if path.exists():
         for line in path.read_text().splitlines():
             fields = line.split("\t")
             if len(fields) == 3 and fields[1] == "caught":
-                catchers[fields[0]] = fields[2]
+                catchers[fields[0]] = fields[2].split()[0]
     return catchers
 
 
@@ -76,7 +85,7 @@ def record_baseline(catalog, results, elapsed):
              f"{len(rows) - caught - survived} not applicable, "
              f"{len(catalog) - len(rows)} not run (scripts/mutants.py --record)",
              f"# last run: {len(results)} mutations in {elapsed / 60:.1f} min on 2 shared cores",
-             "# id\toutcome\tfirst failing test"]
+             "# id\toutcome\tcatching tests (all of them after --all-catchers, else the first)"]
     lines += ["\t".join(row) for row in rows]
     BASELINE.write_text("\n".join(lines) + "\n")
 
@@ -132,26 +141,45 @@ def build(build_dir, jobs):
                        "--target", "zelva_tests"])
 
 
-FAILED_TEST = re.compile(r"Test\s+#\d+: (\S+) \.*\s*(?:\*\*\*|Exception|Subprocess)")
+SUITE_LINE = re.compile(r"^\[ *(RUN|OK|SKIPPED|FAILED) *\] (\S+?\.\S+?)(?: \(\d+ ms\))?$")
 
 
-def run_suite(build_dir, jobs, only=None):
-    """Returns (passed, name of the first failing test)."""
-    cmd = NICE + ["ctest", "--test-dir", str(build_dir), "-j", str(jobs), "--stop-on-failure"]
-    if only:
-        cmd += ["-R", "^" + re.escape(only) + "$"]
-    code, out = run(cmd, timeout=SUITE_TIMEOUT_S)
-    if code is None:
-        return False, "timeout"
-    if only and "No tests were found" in out:
-        return True, None
-    failed = FAILED_TEST.search(out)
-    if code == 0:
-        return True, None
-    return False, failed.group(1) if failed else "unknown"
+def run_suite(build_dir, only=None):
+    """Runs the test binary (the test |only|, else all) in one process and
+    returns (passed, every failing test). A test that crashes or hangs the
+    process counts as failing and the rest is run again without it."""
+    binary = build_dir / "bin" / "zelva_tests"
+    failing = []
+    for _ in range(20):
+        cmd = NICE + [str(binary)]
+        if only:
+            cmd.append("--gtest_filter=" + only + ("-" + ":".join(failing) if failing else ""))
+        elif failing:
+            cmd.append("--gtest_filter=-" + ":".join(failing))
+        code, out = run(cmd, cwd=build_dir / "tests", timeout=SUITE_TIMEOUT_S)
+        if code is None and not out.strip():
+            return False, failing + ["timeout"]
+        running = None
+        for line in out.splitlines():
+            m = SUITE_LINE.match(line.strip())
+            if not m:
+                continue
+            state, name = m.groups()
+            if state == "RUN":
+                running = name
+            else:
+                running = None
+                if state == "FAILED" and name not in failing:
+                    failing.append(name)
+        if running is None:  # the process ran to its end
+            if code != 0 and not failing:
+                failing.append("unknown")
+            return not failing, failing
+        failing.append(running)
+    return False, failing
 
 
-def try_mutation(row, src_dir, build_dir, jobs, catchers):
+def try_mutation(row, src_dir, build_dir, jobs, catchers, all_catchers=False):
     """Returns (outcome, detail): caught/survived/not-found/build-failed."""
     path = src_dir / LIBRARY_DIR / row["file"]
     if not path.is_file():
@@ -168,12 +196,14 @@ def try_mutation(row, src_dir, build_dir, jobs, catchers):
             errors = [l for l in out.splitlines() if "error" in l]
             return "build-failed", errors[0].strip() if errors else "build failed"
         hint = catchers.get(row["id"])
-        if hint:
-            passed, failed = run_suite(build_dir, jobs, only=hint)
+        if hint and not all_catchers:
+            passed, failed = run_suite(build_dir, only=hint)
             if not passed:
-                return "caught", failed
-        passed, failed = run_suite(build_dir, jobs)
-        return ("survived", "") if passed else ("caught", failed)
+                return "caught", failed[0]
+        passed, failed = run_suite(build_dir)
+        if passed:
+            return "survived", ""
+        return "caught", " ".join(failed) if all_catchers else failed[0]
     finally:
         path.write_text(pristine)
 
@@ -188,6 +218,8 @@ def main():
                         help="write the results to tests/mutations.baseline")
     parser.add_argument("--work-dir", default=str(ROOT / "build-mutants"),
                         help="scratch source copy and build (default: build-mutants/)")
+    parser.add_argument("--all-catchers", action="store_true",
+                        help="run the whole suite on each mutation and list every failing test")
     parser.add_argument("--jobs", type=int, default=2)
     args = parser.parse_args()
 
@@ -211,7 +243,11 @@ def main():
     code, out = build(build_dir, args.jobs)
     if code != 0:
         sys.exit("mutants: the unmutated tree does not build\n" + out[-3000:])
-    passed, failed = run_suite(build_dir, args.jobs)
+    # With --only, the catchers tried first must pass unmutated (else a catch means nothing);
+    # a row they miss is run against the whole suite anyway.
+    hints = sorted({catchers[r["id"]] for r in rows if r["id"] in catchers})
+    passed, failing = run_suite(build_dir, only=":".join(hints) if args.only and hints else None)
+    failed = " ".join(failing)
     if not passed:
         sys.exit(f"mutants: the unmutated suite fails ({failed}); fix that first")
 
@@ -219,7 +255,8 @@ def main():
     started = time.monotonic()
     for row in rows:
         t0 = time.monotonic()
-        outcome, detail = try_mutation(row, src_dir, build_dir, args.jobs, catchers)
+        outcome, detail = try_mutation(row, src_dir, build_dir, args.jobs, catchers,
+                                        args.all_catchers)
         results.append((row["id"], outcome, detail))
         print(f"{row['id']:<22} {outcome:<12} {detail}  ({time.monotonic() - t0:.0f} s)",
               flush=True)

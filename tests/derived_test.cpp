@@ -172,21 +172,21 @@ const std::string kForceFile = kSsv + "force_connect_internet_prop_file";
 const std::string kForce = "ro.zelva.internet.force.connect";
 const std::string kWhetherForce = "ro.zelva.internet.whether.force.connect";
 
+// Runs the forced connection on |tree| after an emergency shutdown that asks for it.
+sandbox::Outcome RunForcedConnection(const sandbox::DeviceTree& tree) {
+    return RunInDevice(tree, {.properties = {{kShutdown, "1"}, {kWhetherForce, "1"}}},
+                       [](sandbox::Context& ctx) { forceInternetConnection(ctx.sink()); });
+}
+
 TEST(ForcedConnectionTest, AfterEmergencyShutdownForcesConnectionAndRecordsIt) {
-    sandbox::Outcome outcome =
-            RunInDevice(sandbox::DeviceTree().Dir(kSsv),
-                        {.properties = {{kShutdown, "1"}, {kWhetherForce, "1"}}},
-                        [](sandbox::Context& ctx) { forceInternetConnection(ctx.sink()); });
+    sandbox::Outcome outcome = RunForcedConnection(sandbox::DeviceTree().Dir(kSsv));
     ASSERT_DEVICE_RAN(outcome);
     EXPECT_THAT(SentBatches(outcome), ElementsAre(Ordinary({{kForce, "1"}})));
     EXPECT_EQ(FileAt(outcome, kForceFile), (FileState{.content = kForce + "=1\n", .mode = 0600}));
 }
 
 TEST(ForcedConnectionTest, FailedRecordStillForcesConnection) {
-    sandbox::Outcome outcome =
-            RunInDevice(sandbox::DeviceTree().Socket(kForceFile),
-                        {.properties = {{kShutdown, "1"}, {kWhetherForce, "1"}}},
-                        [](sandbox::Context& ctx) { forceInternetConnection(ctx.sink()); });
+    sandbox::Outcome outcome = RunForcedConnection(sandbox::DeviceTree().Socket(kForceFile));
     ASSERT_DEVICE_RAN(outcome);
     EXPECT_THAT(SentBatches(outcome), ElementsAre(Ordinary({{kForce, "1"}})));
     EXPECT_THAT(LogRecords(outcome, {.min_severity = ERROR}),
@@ -260,26 +260,26 @@ TEST(MarketNameTest, MissingDeviceNameFileIsAnError) {
                 ElementsAre(Error("there is no config file: " + kDeviceName)));
 }
 
+// One edge of each class is crossed: a GiB inside the range, and the GiB next to it outside.
 TEST(MarketNameTest, PublishedOnlyWhenStorageFallsInTheRangeOfTheRomClass) {
-    struct SizeClass {
+    struct Edge {
         int rom;
-        long long lowest_gib;
-        long long highest_gib;
+        long long inside_gib;   // the last (or first) GiB of the range
+        long long outside_gib;  // the GiB next to it
     };
-    for (const SizeClass& c : {SizeClass{.rom = 128, .lowest_gib = 79, .highest_gib = 177},
-                               SizeClass{.rom = 256, .lowest_gib = 207, .highest_gib = 305},
-                               SizeClass{.rom = 512, .lowest_gib = 413, .highest_gib = 611},
-                               SizeClass{.rom = 1024, .lowest_gib = 925, .highest_gib = 1024}}) {
+    for (const Edge& e : {Edge{.rom = 128, .inside_gib = 177, .outside_gib = 178},
+                          Edge{.rom = 256, .inside_gib = 207, .outside_gib = 206},
+                          Edge{.rom = 512, .inside_gib = 413, .outside_gib = 412},
+                          Edge{.rom = 1024, .inside_gib = 1024, .outside_gib = 1025}}) {
         // The last sector of a GiB still counts to it.
-        const long long first = c.lowest_gib << 21, end = (c.highest_gib + 1) << 21;
-        for (const long long sectors : {first - 1, first, end - 1, end}) {
+        for (const auto& [sectors, published] : std::vector<std::pair<long long, bool>>{
+                     {((e.inside_gib + 1) << 21) - 1, true}, {e.outside_gib << 21, false}}) {
             sandbox::Outcome outcome =
-                    RunMarketName(DeviceWithStorage(sectors, std::to_string(c.rom)));
+                    RunMarketName(DeviceWithStorage(sectors, std::to_string(e.rom)));
             ASSERT_DEVICE_RAN(outcome);
-            const bool in_range = sectors >= first && sectors < end;
             EXPECT_EQ(SentBatches(outcome),
-                      in_range ? std::vector{kMarketName} : std::vector<SentBatch>{})
-                    << "ROM " << c.rom << " with " << sectors << " sectors";
+                      published ? std::vector{kMarketName} : std::vector<SentBatch>{})
+                    << "ROM " << e.rom << " with " << sectors << " sectors";
         }
     }
 }

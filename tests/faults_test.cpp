@@ -7,30 +7,24 @@
 #include <android-base/file.h>
 #include <gmock/gmock.h>
 
-#include "ZelvaExtensionProperty.h"
-#include "expectations.h"
-#include "test_support.h"
+#include "switch_test_support.h"
 #include "utils.h"
 
 namespace zelva_test {
 namespace {
 
-using android::init::InitExtensionPropertyImpl;
 using testing::Contains;
 using testing::SizeIs;
 
-const PropertyMap kSpecialSeed = {{"ro.vendor.zelva.version_suffix", "T"},
-                                  {"ro.build.display.id", "A_1"},
-                                  {"dev.mnt.blk.userdata", "sda"}};
-const SentBatch kSpecialBatch = Ordinary({{"ro.vendor.zelva.exp.version", "AT_1"}});
-
 sandbox::Outcome Boot(const sandbox::DeviceTree& tree, const sandbox::Function& fn) {
-    return RunInDevice(tree, fn, {.properties = kSpecialSeed, .timeout = std::chrono::seconds(30)});
+    return RunInDevice(tree, fn,
+                       {.properties = With(kSpecialSeed, {{"dev.mnt.blk.userdata", "sda"}}),
+                        .timeout = std::chrono::seconds(30)});
 }
 
 // Slot 6, then the COTA service's "mount_and_check_load".
 void PersistThenCotaLoad(sandbox::Context& ctx) {
-    auto* impl = InitExtensionPropertyImpl::getInstance();
+    auto* impl = Impl();
     impl->loadPersistOverrideProperties(ctx.sink());
     impl->loadCotaServiceOverrideProperties("mount_and_check_load", ctx.sink());
 }
@@ -92,7 +86,7 @@ TEST(FaultsTest, SpecialFilesInPlaceOfFilesAreReportedOrReadAsMissing) {
             stand_in.place(&tree, kLogoSource);
             if (sector_count_too) stand_in.place(&tree, kSectorCount);
             sandbox::Outcome o = Boot(tree, [](sandbox::Context& ctx) {
-                auto* impl = InitExtensionPropertyImpl::getInstance();
+                auto* impl = Impl();
                 PropertyMap partition;
                 impl->loadExtensionPartitionProperties(&partition);
                 ctx.sink()(0, partition);
@@ -185,8 +179,6 @@ TEST(FaultsTest, MarketNameNeedsASectorCountAndRomClassInRange) {
         bool published;
     } cases[] = {
             {.sector_count = "", .rom_class = "256", .published = false},
-            {.sector_count = "-", .rom_class = "256", .published = false},
-            {.sector_count = "+", .rom_class = "256", .published = false},
             {.sector_count = "99999999999999999999", .rom_class = "256", .published = false},
             {.sector_count = "-500118192", .rom_class = "256", .published = false},
             {.sector_count = "500118192abc", .rom_class = "256", .published = true},

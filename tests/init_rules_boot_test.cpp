@@ -22,32 +22,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
-#define REQUIRE_SANDBOX()                                          \
-    do {                                                           \
-        std::string why;                                           \
-        SKIP_WITHOUT_SANDBOX(sandbox::Available(&why) ? "" : why); \
-    } while (0)
-
-struct SimRun {
-    int status = -1;
-    std::string out;
-};
-
-// Runs "extprop-sim <args>" in the examples directory, with |env| before it.
-SimRun Sim(const std::string& args, const std::string& env = "") {
-    TemporaryFile out;
-    const std::string sh = "cd " + ExamplesDir() + " && " + env + " " ZELVA_SIMULATOR_PATH " " +
-                           args + " >" + out.path + " 2>/dev/null";
-    SimRun run;
-    run.status = WEXITSTATUS(system(sh.c_str()));
-    android::base::ReadFileToString(out.path, &run.out);
-    return run;
-}
-
-std::vector<std::string> Lines(const std::string& text) {
-    return android::base::Split(text, "\n");
-}
-
 // The COTA image's newer ro. values come after the carrier's: stock init
 // refuses them and keeps the first in its store.
 TEST(InitRulesBootTest, AospHostKeepsTheFirstReadOnlyValueInTheStore) {

@@ -35,7 +35,7 @@ sandbox::Outcome Boot(const Root& root, PropertyMap props = {},
                       std::vector<MountSetup> mounts = {}) {
     return RunInDevice(root,
                        [](sandbox::Context& ctx) {
-                           auto* impl = android::init::InitExtensionPropertyImpl::getInstance();
+                           auto* impl = Impl();
                            impl->loadPersistOverrideProperties(ctx.sink());
                            ctx.Note("first", impl->simSwitchFirstKey);
                            ctx.Note("current", impl->simSwitchCurrentKey);
@@ -162,38 +162,30 @@ TEST(KeyResolutionTest, EachBootSettlesItsKeysFromTheStoresAndProperties) {
     }
 }
 
-// A write that fails, on a read-only or a full reserve, leaves neither an empty first file
-// nor a marker, and loses none of the call's later batches: the next boot tries again.
+// A write that fails on a full reserve leaves neither an empty first file nor a marker, and
+// loses none of the call's later batches: the next boot tries again. (A read-only reserve
+// fails earlier, at the open, and so can't leave a half-written file.)
 TEST(KeyResolutionTest, FailedConversionWriteLeavesNoMarkerAndIsRetriedNextBoot) {
     const PropertyMap seed = With(kSpecialSeed, kMappedCarrier);
-    const struct {
-        MountSetup reserve;
-        std::string error;
-    } faults[] = {
-            {{MountSetup::Kind::kReadOnly, "/mnt/vendor/zelvareserve"},
-             "open() failed: Read-only file system"},
-            {{MountSetup::Kind::kTmpfs, "/mnt/vendor/zelvareserve", 64 << 10, /*fill=*/true},
-             "Unable to write file contents: No space left on device"},
-    };
-    for (const auto& fault : faults) {
-        SCOPED_TRACE(fault.error);
-        std::string error;
-        auto root = sandbox::ScratchRoot::Create(KeyDevice().Dir(kReserveDir), &error);
-        ASSERT_TRUE(root) << error;
-        sandbox::Outcome failed = Boot(*root, seed, {fault.reserve});
-        ASSERT_DEVICE_RAN(failed);
-        EXPECT_THAT(LogRecords(failed),
-                    Contains(Error("Unable to write sim_action_first_file " + fault.error)));
-        EXPECT_FALSE(failed.Exists(kReserveFirst) || failed.Exists(kReserveConvert));
-        EXPECT_THAT(failed.notes, KeysAre({}));
-        EXPECT_EQ(SentBatches(failed).back(), kSpecialBatch);
+    std::string error;
+    auto root = sandbox::ScratchRoot::Create(KeyDevice().Dir(kReserveDir), &error);
+    ASSERT_TRUE(root) << error;
+    sandbox::Outcome failed =
+            Boot(*root, seed,
+                 {{MountSetup::Kind::kTmpfs, "/mnt/vendor/zelvareserve", 64 << 10, /*fill=*/true}});
+    ASSERT_DEVICE_RAN(failed);
+    EXPECT_THAT(LogRecords(failed),
+                Contains(Error("Unable to write sim_action_first_file Unable to write file "
+                               "contents: No space left on device")));
+    EXPECT_FALSE(failed.Exists(kReserveFirst) || failed.Exists(kReserveConvert));
+    EXPECT_THAT(failed.notes, KeysAre({}));
+    EXPECT_EQ(SentBatches(failed).back(), kSpecialBatch);
 
-        sandbox::Outcome next = Boot(*root, seed);
-        ASSERT_DEVICE_RAN(next);
-        EXPECT_EQ(FileAt(next, kReserveFirst), KeyFile(kFirstLine));
-        EXPECT_EQ(FileAt(next, kReserveConvert), KeyFile(kConvertLine));
-        EXPECT_THAT(next.notes, KeysAre({.first = "K1"}));
-    }
+    sandbox::Outcome next = Boot(*root, seed);
+    ASSERT_DEVICE_RAN(next);
+    EXPECT_EQ(FileAt(next, kReserveFirst), KeyFile(kFirstLine));
+    EXPECT_EQ(FileAt(next, kReserveConvert), KeyFile(kConvertLine));
+    EXPECT_THAT(next.notes, KeysAre({.first = "K1"}));
 }
 
 }  // namespace

@@ -10,8 +10,7 @@
 #include <android-base/unique_fd.h>
 #include <gmock/gmock.h>
 
-#include "ZelvaExtensionProperty.h"
-#include "test_support.h"
+#include "switch_test_support.h"
 
 namespace zelva_test {
 namespace {
@@ -47,7 +46,7 @@ sandbox::Outcome RunLogoTrigger(const sandbox::DeviceTree& tree, const char* tri
     return RunInDevice(
             tree,
             [trigger](sandbox::Context& ctx) {
-                auto* impl = android::init::InitExtensionPropertyImpl::getInstance();
+                auto* impl = Impl();
                 impl->loadSimSwitchOverrideProperties(trigger, ctx.sink());
                 std::string splash;
                 android::base::ReadFileToString(kSplash, &splash, false);
@@ -56,35 +55,29 @@ sandbox::Outcome RunLogoTrigger(const sandbox::DeviceTree& tree, const char* tri
             options);
 }
 
-// The date of the last copied logo after the run, if one was recorded.
-std::optional<std::string> RecordedDate(const sandbox::Outcome& o) {
-    auto it = o.properties.find(kLogoDate);
-    if (it == o.properties.end()) return std::nullopt;
-    return it->second;
+// The boot trigger with the company logo |logo| and /dev/null as the splash partition.
+sandbox::Outcome CopyOntoNullPartition(const std::string& logo) {
+    HostDevice null_device("/dev/null");
+    EXPECT_TRUE(null_device.ok());
+    sandbox::DeviceTree tree;
+    tree.File(kLogoImage, logo).Symlink(kSplash, null_device.DevicePath());
+    return RunLogoTrigger(tree, "triggerLogoCopyFromCompanyBoot");
 }
 
 TEST(LogoCopyTest, PartitionThatSeeksToZeroIsTooSmallForAnyLogo) {
-    HostDevice null_device("/dev/null");
-    ASSERT_TRUE(null_device.ok());
-    sandbox::DeviceTree tree;
-    tree.File(kLogoImage, "IMG").Symlink(kSplash, null_device.DevicePath());
-    sandbox::Outcome o = RunLogoTrigger(tree, "triggerLogoCopyFromCompanyBoot");
+    sandbox::Outcome o = CopyOntoNullPartition("IMG");
     ASSERT_DEVICE_RAN(o);
     EXPECT_TRUE(o.HasLog(android::base::INFO, kTooLarge));
     EXPECT_THAT(o.Messages(android::base::ERROR), IsEmpty());
-    EXPECT_EQ(RecordedDate(o), std::nullopt);
+    EXPECT_EQ(PropertyAt(o, kLogoDate), std::nullopt);
 }
 
 TEST(LogoCopyTest, EmptyLogoCopiesNothingAndRecordsTheDate) {
-    HostDevice null_device("/dev/null");
-    ASSERT_TRUE(null_device.ok());
-    sandbox::DeviceTree tree;
-    tree.File(kLogoImage, "").Symlink(kSplash, null_device.DevicePath());
-    sandbox::Outcome o = RunLogoTrigger(tree, "triggerLogoCopyFromCompanyBoot");
+    sandbox::Outcome o = CopyOntoNullPartition("");
     ASSERT_DEVICE_RAN(o);
     EXPECT_FALSE(o.HasLog(android::base::INFO, kTooLarge));
     EXPECT_THAT(o.Messages(android::base::ERROR), IsEmpty());
-    EXPECT_EQ(RecordedDate(o), kCompanyDate);
+    EXPECT_EQ(PropertyAt(o, kLogoDate), kCompanyDate);
 }
 
 TEST(LogoCopyTest, LogoDeviceThatSeeksToZeroCopiesNothing) {
@@ -96,7 +89,7 @@ TEST(LogoCopyTest, LogoDeviceThatSeeksToZeroCopiesNothing) {
     ASSERT_DEVICE_RAN(o);
     EXPECT_THAT(o.Messages(android::base::ERROR), IsEmpty());
     EXPECT_EQ(o.notes["splash"], "........");
-    EXPECT_EQ(RecordedDate(o), kCompanyDate);
+    EXPECT_EQ(PropertyAt(o, kLogoDate), kCompanyDate);
 }
 
 // Neither has a size to copy by: the partition stays as it was, and nothing is recorded.
@@ -115,7 +108,7 @@ TEST(LogoCopyTest, DirectoryOrFifoAsLogoIsRefused) {
         EXPECT_THAT(o.Messages(android::base::ERROR),
                     Contains("Unable to write logo copy info file"));
         EXPECT_EQ(o.notes["splash"], "........");
-        EXPECT_EQ(RecordedDate(o), std::nullopt);
+        EXPECT_EQ(PropertyAt(o, kLogoDate), std::nullopt);
     }
 }
 

@@ -37,10 +37,6 @@ void NoteLists(sandbox::Context& ctx) {
     ctx.Note("priority", android::base::Join(PriorityDirList(), "\n"));
 }
 
-std::vector<std::string> Lines(const std::string& text) {
-    return android::base::Split(text, "\n");
-}
-
 TEST(DirectoryListTest, BrandLetterAndSkuRegionNameTheirDirectories) {
     const std::string region = "ro.zelva.pipeline.region=";
     struct Row {

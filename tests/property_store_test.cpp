@@ -76,12 +76,9 @@ TEST(PropertyStoreTest, TypedReadsParseTheValueOrGiveTheDefault) {
         bool as_bool_default_false;
         bool as_bool_default_true;
     };
-    for (const Row& row : std::vector<Row>{{"42", 0, false, true},
-                                           {"5", 5, false, true},
+    for (const Row& row : std::vector<Row>{{"5", 5, false, true},
                                            {"-7", 0, false, true},
                                            {"x", 0, false, true},
-                                           {"", 0, false, true},
-                                           {"1", 1, true, true},
                                            {"n", 0, false, false},
                                            {"y", 0, true, true}}) {
         ASSERT_EQ(property_set("test.zelva.typed", row.value.c_str()), 0);

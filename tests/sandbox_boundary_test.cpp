@@ -11,8 +11,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <set>
-#include <tuple>
 
 #include <android-base/file.h>
 #include <android-base/strings.h>
@@ -33,30 +31,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
 using testing::UnorderedElementsAre;
-
-// Every entry below |dir| as the host sees it: type and mode, owner, mtime and content.
-using HostEntry = std::tuple<mode_t, uid_t, gid_t, int64_t, std::string>;
-std::map<std::string, HostEntry> Snapshot(const std::string& dir) {
-    std::map<std::string, HostEntry> entries;
-    std::error_code ec;
-    for (auto it = fs::recursive_directory_iterator(dir, ec); !ec && it != fs::end(it);
-         it.increment(ec)) {
-        struct stat st;
-        if (lstat(it->path().c_str(), &st) != 0) continue;
-        std::string content;
-        if (S_ISREG(st.st_mode)) ReadFileToString(it->path(), &content);
-        entries[it->path()] = {st.st_mode, st.st_uid, st.st_gid,
-                               st.st_mtim.tv_sec * 1000000000LL + st.st_mtim.tv_nsec, content};
-    }
-    return entries;
-}
-
-std::set<std::string> Mounts() {
-    std::string text;
-    ReadFileToString("/proc/self/mountinfo", &text);
-    const std::vector<std::string> lines = android::base::Split(text, "\n");
-    return {lines.begin(), lines.end()};
-}
 
 std::vector<std::string> Names(const std::string& dir) {
     std::vector<std::string> names;
@@ -118,8 +92,8 @@ TEST(SandboxBoundaryTest, ChildIsConfinedToItsNamespacesRootAndCapabilities) {
 // the tree is a read-only layer, what the function writes lands in the scratch's upper layer,
 // and the tree on disk is left exactly as it was.
 TEST(SandboxBoundaryTest, HostileTreeIsALowerLayerTheRunNeverChanges) {
+    REQUIRE_SANDBOX();
     std::string why;
-    SKIP_WITHOUT_SANDBOX(sandbox::Available(&why) ? "" : why);
     TemporaryDir host;
     const std::string tree = std::string(host.path) + "/tree";
     sandbox::DeviceTree()
@@ -171,8 +145,8 @@ TEST(SandboxBoundaryTest, HostileTreeIsALowerLayerTheRunNeverChanges) {
 // overlapping layers are refused), the tree is copied instead, without the scratch space, and
 // the outcome says so in one line.
 TEST(SandboxBoundaryTest, RefusedOverlayFallsBackToACopyAndSaysSo) {
+    REQUIRE_SANDBOX();
     std::string why;
-    SKIP_WITHOUT_SANDBOX(sandbox::Available(&why) ? "" : why);
     TemporaryDir host;
     const std::string tree = host.path;
     ASSERT_TRUE(WriteStringToFile("ro.a=1\n", tree + "/build.prop"));

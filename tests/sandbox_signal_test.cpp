@@ -25,13 +25,6 @@ namespace fs = std::filesystem;
 using android::base::ReadFileToString;
 using std::chrono::steady_clock;
 
-std::set<std::string> Mounts() {
-    std::string text;
-    ReadFileToString("/proc/self/mountinfo", &text);
-    const std::vector<std::string> lines = android::base::Split(text, "\n");
-    return {lines.begin(), lines.end()};
-}
-
 // "R", "S", "Z"...: the state of a process, or "" when it is gone.
 std::string StateOf(pid_t pid) {
     std::string stat;
@@ -85,8 +78,7 @@ void PrintTo(const Stop& stop, std::ostream* os) { *os << stop.name; }
 class SignalTest : public testing::TestWithParam<Stop> {};
 
 TEST_P(SignalTest, ChildAndScratchGoWithTheTool) {
-    std::string why;
-    SKIP_WITHOUT_SANDBOX(sandbox::Available(&why) ? "" : why);
+    REQUIRE_SANDBOX();
     TemporaryDir tmp, work;
     const std::string script = std::string(work.path) + "/script";
     ASSERT_TRUE(android::base::WriteStringToFile("write /data/started 1\nsleep 60000\n", script));

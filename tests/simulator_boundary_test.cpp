@@ -32,49 +32,6 @@ using testing::Not;
 
 constexpr char kSentinel[] = "SENTINEL-7f3a91-host-content";
 
-struct SimRun {
-    int exit_code = -1;
-    std::string out;
-    std::string err;
-};
-
-void PrintTo(const SimRun& run, std::ostream* os) {
-    *os << "exit " << run.exit_code << "\nstdout:\n" << run.out << "stderr:\n" << run.err;
-}
-
-std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines = android::base::Split(text, "\n");
-    if (!lines.empty() && lines.back().empty()) lines.pop_back();
-    return lines;
-}
-
-// What a file of the host directory looks like; compared before and after each test.
-struct HostFile {
-    std::string content;
-    mode_t mode;
-    uid_t uid;
-    int64_t mtime_ns;
-    bool operator==(const HostFile&) const = default;
-};
-
-void PrintTo(const HostFile& file, std::ostream* os) {
-    *os << "{mode " << std::oct << file.mode << std::dec << ", uid " << file.uid << ", mtime "
-        << file.mtime_ns << ", '" << file.content << "'}";
-}
-
-std::map<std::string, HostFile> Snapshot(const std::string& dir) {
-    std::map<std::string, HostFile> files;
-    for (const auto& entry : fs::recursive_directory_iterator(dir)) {
-        struct stat st;
-        if (lstat(entry.path().c_str(), &st) != 0) continue;
-        std::string content;
-        if (S_ISREG(st.st_mode)) android::base::ReadFileToString(entry.path(), &content);
-        files[entry.path()] = {content, st.st_mode, st.st_uid,
-                               st.st_mtim.tv_sec * 1000000000LL + st.st_mtim.tv_nsec};
-    }
-    return files;
-}
-
 class SimulatorBoundaryTest : public testing::Test {
   protected:
     void SetUp() override {
@@ -125,24 +82,16 @@ class SimulatorBoundaryTest : public testing::Test {
         SimRun run;
         int status = 0;
         waitpid(pid, &status, 0);
-        run.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
         android::base::ReadFileToString(out.path, &run.out);
         android::base::ReadFileToString(err.path, &run.err);
         EXPECT_THAT(run.out + run.err, Not(HasSubstr(kSentinel))) << android::base::Join(args, " ");
         return run;
     }
 
-    bool SandboxAvailable(std::string* why) { return sandbox::Available(why); }
-
     std::string scratch_, host_, tree_;
     std::map<std::string, HostFile> before_;
 };
-
-#define REQUIRE_SANDBOX()                                        \
-    do {                                                         \
-        std::string why;                                         \
-        SKIP_WITHOUT_SANDBOX(SandboxAvailable(&why) ? "" : why); \
-    } while (0)
 
 // --- parse: imports name device paths ---
 
@@ -150,7 +99,7 @@ TEST_F(SimulatorBoundaryTest, ParseWithoutRootReportsAnImportAsNotFollowed) {
     ASSERT_TRUE(android::base::WriteStringToFile("a=1\nimport " + host_ + "/secret.prop\n",
                                                  scratch_ + "/build.prop"));
     const SimRun run = Sim({"parse", "build.prop"});
-    EXPECT_EQ(run.exit_code, 0) << testing::PrintToString(run);
+    EXPECT_EQ(run.status, 0) << testing::PrintToString(run);
     EXPECT_EQ(run.out, "a=1\n");
     EXPECT_EQ(run.err, "extprop-sim: build.prop: import '" + host_ +
                                "/secret.prop' not followed: imports are device paths, give the "
@@ -166,7 +115,7 @@ TEST_F(SimulatorBoundaryTest, ParseWithRootFollowsImportsInsideTheDeviceRootOnly
                    .File("/my_region/etc/locale.prop", "b=2\n")
                    .Symlink("/etc", host_ + "/etc"));
     const SimRun run = Sim({"parse", "tree/my_region/build.prop", "--root", "tree"});
-    EXPECT_EQ(run.exit_code, 0) << testing::PrintToString(run);
+    EXPECT_EQ(run.status, 0) << testing::PrintToString(run);
     EXPECT_EQ(run.out, "a=1\nb=2\n");
     // The same file named as a device path.
     EXPECT_EQ(Sim({"parse", "/my_region/build.prop", "--root", "tree"}).out, "a=1\nb=2\n");
@@ -176,7 +125,7 @@ TEST_F(SimulatorBoundaryTest, ParseOfTheReadmeExampleShowsItsImportWithRoot) {
     REQUIRE_SANDBOX();
     const std::string example = ExamplesDir() + "/alder-eu";
     const SimRun run = Sim({"parse", example + "/my_region/build.prop", "--root", example});
-    EXPECT_EQ(run.exit_code, 0) << testing::PrintToString(run);
+    EXPECT_EQ(run.status, 0) << testing::PrintToString(run);
     EXPECT_THAT(Lines(run.out), Contains("ro.product.locale.list=en-GB,de-DE,fr-FR,it-IT,es-ES"));
 }
 
@@ -191,7 +140,7 @@ TEST_F(SimulatorBoundaryTest, LintResolvesAbsoluteLinksBelowAPartitionInsideTheD
                    .Symlink("/my_region/properties/K/regionSwitch", host_)
                    .Symlink("/my_region/etc", host_ + "/etc"));
     const SimRun run = Sim({"lint", "--root", "tree"});
-    EXPECT_EQ(run.exit_code, 0) << testing::PrintToString(run);
+    EXPECT_EQ(run.status, 0) << testing::PrintToString(run);
     EXPECT_THAT(Lines(run.out), ElementsAre("tree: 0 error(s), 0 warning(s)"));
 }
 
@@ -202,7 +151,7 @@ TEST_F(SimulatorBoundaryTest, LintReportsAPartitionLinkLoopAsTheLibraryMeetsIt) 
                    .File("/my_region/build.prop", "ro.zelva.pipeline.region=EU\n")
                    .Symlink("/my_carrier", "/my_carrier"));
     const SimRun run = Sim({"lint", "--root", "tree"});
-    EXPECT_EQ(run.exit_code, 1) << testing::PrintToString(run);
+    EXPECT_EQ(run.status, 1) << testing::PrintToString(run);
     EXPECT_THAT(Lines(run.out),
                 ElementsAre("tree/my_carrier: error: Too many levels of symbolic links",
                             "tree/my_carrier/cust: error: Too many levels of symbolic links",
@@ -233,7 +182,7 @@ TEST_F(SimulatorBoundaryTest, OptionFilesBeyondSixteenMebibytesAreOneLineErrors)
                  {"boot", "--root", ExamplesDir() + "/alder-eu", "--script", "/dev/zero"},
                  {"lint", "--root", ExamplesDir() + "/alder-eu", "--props", "/dev/zero"}}) {
         const SimRun run = Sim(args);
-        EXPECT_EQ(run.exit_code, 2) << android::base::Join(args, " ");
+        EXPECT_EQ(run.status, 2) << android::base::Join(args, " ");
         EXPECT_EQ(run.err, too_large) << android::base::Join(args, " ");
     }
 }
@@ -244,7 +193,7 @@ TEST_F(SimulatorBoundaryTest, AFifoNobodyWritesToTimesOut) {
     const SimRun run =
             Sim({"boot", "--root", ExamplesDir() + "/alder-eu", "--props", "silent.props"});
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
-    EXPECT_EQ(run.exit_code, 2);
+    EXPECT_EQ(run.status, 2);
     EXPECT_EQ(run.err,
               "extprop-sim: cannot read silent.props: nothing written to it for 5 s (a "
               "FIFO with no writer?)\n");
@@ -261,7 +210,7 @@ TEST_F(SimulatorBoundaryTest, AFileNameWithNewlinesCannotForgeLintLines) {
                          "z.prop",
                          "bad\x1b[2Jname=1\r\n"));
     const SimRun run = Sim({"lint", "--root", "tree"});
-    EXPECT_EQ(run.exit_code, 1) << testing::PrintToString(run);
+    EXPECT_EQ(run.status, 1) << testing::PrintToString(run);
     EXPECT_THAT(Lines(run.out),
                 ElementsAre("tree/my_region/properties/DE/regionSwitch/x\\nbuild.prop: error: "
                             "forged\\nz.prop: error: illegal property name 'bad\\x1b[2Jname'",
@@ -276,7 +225,7 @@ TEST_F(SimulatorBoundaryTest, ParseAndBootEscapeControlBytesAndJsonStaysExact) {
     REQUIRE_SANDBOX();
     LayOut(sandbox::DeviceTree().File("/my_carrier/build.prop", hostile).Dir("/data"));
     const SimRun text = Sim({"boot", "--root", "tree"});
-    EXPECT_EQ(text.exit_code, 0) << testing::PrintToString(text);
+    EXPECT_EQ(text.status, 0) << testing::PrintToString(text);
     EXPECT_THAT(Lines(text.out), Contains("persist.x=\\x1b[2J\\rforged\\x7f\\xc2\\x9b"));
     for (const std::string& output : {text.out, text.err}) {
         EXPECT_EQ(output.find_first_of(std::string("\x1b\r\x7f", 3)), std::string::npos);

@@ -18,15 +18,8 @@
 
 namespace zelva_test {
 
-struct SimulatorRun {
-    int status = -1;  // exit status, -1 when killed
-    std::string out;
-    std::string err;
-};
-
-inline void PrintTo(const SimulatorRun& run, std::ostream* os) {
-    *os << "exit " << run.status << "\nstdout:\n" << run.out << "stderr:\n" << run.err;
-}
+// A run of the tool, as Sim() reports it.
+using SimulatorRun = SimRun;
 
 // "extprop-sim <args>" in |dir| (default: the examples, with their trees
 // ./alder-eu and ./birch-cn and seeded properties ./<tree>.props).
@@ -49,7 +42,7 @@ inline SimulatorRun RunSimulator(const std::vector<std::string>& args,
     int status = 0;
     waitpid(pid, &status, 0);
     SimulatorRun run;
-    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     android::base::ReadFileToString(out.path, &run.out);
     android::base::ReadFileToString(err.path, &run.err);
     return run;

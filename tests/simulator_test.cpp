@@ -12,26 +12,6 @@ namespace {
 
 using testing::HasSubstr;
 
-struct SimRun {
-    std::string out;
-    int status = -1;
-    std::string err;
-};
-
-// Runs "extprop-sim <args>" in the examples directory (device trees ./alder-eu and ./birch-cn,
-// their seeded properties in ./<tree>.props).
-SimRun Sim(const std::string& args) {
-    TemporaryFile out, err;
-    const std::string command = "cd " + ExamplesDir() + " && " ZELVA_SIMULATOR_PATH " " + args +
-                                " >" + out.path + " 2>" + err.path;
-    SimRun run;
-    const int status = system(command.c_str());
-    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    android::base::ReadFileToString(out.path, &run.out);
-    android::base::ReadFileToString(err.path, &run.err);
-    return run;
-}
-
 // Output holding every one of |parts|.
 testing::Matcher<std::string> Holds(const std::vector<std::string>& parts) {
     std::vector<testing::Matcher<std::string>> matchers;
@@ -44,10 +24,7 @@ const std::string kAlder = " --root alder-eu --props alder-eu.props";
 // Booting a device tree needs the device-root sandbox.
 class SimulatorTest : public testing::Test {
   protected:
-    void SetUp() override {
-        std::string why;
-        SKIP_WITHOUT_SANDBOX(sandbox::Available(&why) ? "" : why);
-    }
+    void SetUp() override { REQUIRE_SANDBOX(); }
 };
 
 TEST_F(SimulatorTest, CommandsOnTheExampleDevices) {

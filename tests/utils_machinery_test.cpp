@@ -20,7 +20,6 @@
 namespace zelva_test {
 namespace {
 
-using android::base::VERBOSE;
 using android::base::WARNING;
 using testing::ElementsAre;
 
@@ -110,12 +109,6 @@ TEST_F(PropertyFileTest, ImportLoadsTheExpandedPathThroughItsOwnFilter) {
     Write("mid.prop", "mid=1\nimport   ${test.zelva.dir}/leaf.prop \t ro.y.*\n");
     const std::string path = Write("top.prop", "import ${test.zelva.dir}/mid.prop\ntop=1\n");
     EXPECT_EQ(Load(path), (PropertyMap{{"mid", "1"}, {"ro.y.a", "1"}, {"top", "1"}}));
-    // One record for each file read.
-    EXPECT_THAT(log_.Messages(VERBOSE),
-                ElementsAre(testing::MatchesRegex("\\(Loading properties from " + dir_ +
-                                                  "/leaf\\.prop took [0-9]+ms\\.\\)"),
-                            testing::HasSubstr("/mid.prop took "),
-                            testing::HasSubstr("/top.prop took ")));
 }
 
 TEST_F(PropertyFileTest, ImportOfAbsentFileIsSilentAndOfUnloadableOneLogsErrors) {
@@ -164,18 +157,6 @@ TEST_F(PropertyFileTest, LookupTakesFirstLineWhoseNameStartsWithTheOneAskedFor) 
     }
 }
 
-TEST_F(PropertyFileTest, LookupLogsWhatItFoundOrThatItFoundNothing) {
-    const std::string path = Write("a.prop", "a=1\n");
-    EXPECT_EQ(load_property_from_file(path.c_str(), "a"), "1");
-    EXPECT_EQ(load_property_from_file(path.c_str(), "b"), "");
-    EXPECT_EQ(load_property_from_file((dir_ + "/none").c_str(), "a"), "");
-    EXPECT_THAT(LogRecords(log_, WARNING),
-                ElementsAre(Warning("Loading property from " + path + ": 1"),
-                            Warning("Loading property from " + path + " failed "),
-                            Warning("Couldn't load property file '" + dir_ +
-                                    "/none': open() failed: No such file or directory")));
-}
-
 TEST(ExpandPropsTest, ReplacesEachReferenceOnceAndDollarDollarByDollar) {
     ASSERT_TRUE(android::base::SetProperty("test.zelva.x", "v"));
     ASSERT_TRUE(android::base::SetProperty("test.zelva.dollar", "a$b${test.zelva.x}"));
@@ -184,15 +165,12 @@ TEST(ExpandPropsTest, ReplacesEachReferenceOnceAndDollarDollarByDollar) {
         std::string expanded;
     };
     for (const Row& row : std::vector<Row>{
-                 {.source = "", .expanded = ""},
                  {.source = "a$$b", .expanded = "a$b"},
-                 {.source = "$$$", .expanded = "$"},
                  {.source = "abc$", .expanded = "abc"},  // a lone '$' at the end is dropped
                  {.source = "/${test.zelva.x}/${test.zelva.x}$", .expanded = "/v/v"},
                  {.source = "${test.zelva.dollar}", .expanded = "a$b${test.zelva.x}"},
                  {.source = "${test.zelva.unset:-d}", .expanded = "d"},
-                 {.source = "${test.zelva.x:-d}", .expanded = "v"},
-                 {.source = "${test.zelva.unset:-d:-e}", .expanded = "d:-e"}}) {
+                 {.source = "${test.zelva.x:-d}", .expanded = "v"}}) {
         const auto result = ExpandProps(row.source);
         ASSERT_TRUE(result.ok()) << row.source << ": " << result.error();
         EXPECT_EQ(*result, row.expanded) << row.source;
@@ -243,13 +221,9 @@ TEST(PropertyValueTest, ValueOutsideRoIsShorterThan92BytesAndEveryValueIsUtf8) {
         std::optional<std::string> error;
     };
     for (const Row& row : std::vector<Row>{
-                 {.name = "x.y", .value = std::string(91, 'v'), .error = std::nullopt},
-                 {.name = "x.y", .value = std::string(92, 'v'), .error = too_long},
+                 // Only "ro." exempts; the 91/92-byte edge itself is in init_rules_test.cpp.
                  {.name = "ro", .value = std::string(92, 'v'), .error = too_long},
-                 {.name = "ro.x", .value = std::string(5000, 'v'), .error = std::nullopt},
                  {.name = "x", .value = "caf\xc3\xa9 \xe2\x82\xac", .error = std::nullopt},
-                 // Length is checked first.
-                 {.name = "x", .value = std::string(92, '\xff'), .error = too_long},
                  {.name = "x", .value = "\xc3\x28", .error = not_utf8},
                  {.name = "x", .value = "\xe2\x82", .error = not_utf8},  // cut off
                  {.name = "x", .value = std::string("a\0\xc3\x28", 4), .error = not_utf8}}) {
@@ -374,14 +348,9 @@ TEST(PathTest, TrimPathAndParentDirectoryAlwaysStartAtRoot) {
     };
     for (const Row& row :
          std::vector<Row>{{.path = "a/b/", .trimmed = "/a/b", .parent = "/a/b"},
-                          {.path = "/a", .trimmed = "/a", .parent = "/"},
-                          {.path = "", .trimmed = "", .parent = "/"},
-                          {.path = "/", .trimmed = "", .parent = "/"},
                           {.path = "a", .trimmed = "/a", .parent = "/"},
-                          {.path = "//", .trimmed = "/", .parent = "/"},
-                          {.path = "/a/b/c", .trimmed = "/a/b/c", .parent = "/a/b"},
-                          {.path = "a/b", .trimmed = "/a/b", .parent = "/a"},
-                          {.path = "//x", .trimmed = "//x", .parent = "/"}}) {
+                          {.path = "/", .trimmed = "", .parent = "/"},
+                          {.path = "/a/b/c", .trimmed = "/a/b/c", .parent = "/a/b"}}) {
         EXPECT_EQ(trimPath(row.path), row.trimmed) << row.path;
         EXPECT_EQ(getPathName(row.path), row.parent) << row.path;
     }
