@@ -191,6 +191,9 @@ TEST_F(JsonBootTest, CompanyHandOverShowsEachEntrysEffect) {
     // The region set replaces the brand region's locale, which slot 4's map had set.
     EXPECT_THAT(Entries(boot),
                 Contains(Entry{0, "persist.sys.locale.default", "de-DE", "changed", "en-IE"}));
+    // The library logs under its host's tag, as Android's logger shows it.
+    ASSERT_FALSE(boot["log"].empty());
+    for (const Json& record : boot["log"]) EXPECT_EQ(record["tag"], "extprop-sim") << record;
     // No machine's paths: the tree and library as this machine names them stay out.
     EXPECT_EQ(run.out.find(ExamplesDir()), std::string::npos);
     EXPECT_EQ(run.out.find(LibraryPath()), std::string::npos);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "json.h"
 
+#include <algorithm>
+
 namespace extprop_sim {
 namespace {
 
@@ -126,7 +128,12 @@ Json LogRecordJson(const sandbox::LogRecord& record, std::optional<int> step) {
     Json json = Json::object();
     json["step"] = step ? Json(*step) : Json(nullptr);
     json["severity"] = SeverityName(record.severity);
-    json["tag"] = nullptr;
+    // A tag is a program's name; one that isn't plain text is left out.
+    const bool plain_tag =
+            !record.tag.empty() && std::all_of(record.tag.begin(), record.tag.end(), [](char c) {
+                return c >= 0x20 && c < 0x7f;
+            });
+    json["tag"] = plain_tag ? Json(record.tag) : Json(nullptr);
     PutBytes(&json, "file", record.file);
     json["line"] = record.line;
     PutBytes(&json, "message", record.message);

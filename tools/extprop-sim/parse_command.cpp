@@ -124,9 +124,10 @@ int ParseAlone(const ParseArgs& request) {
                                                          : android::base::INFO);
     if (request.json) {
         android::base::SetLogger([&output](android::base::LogId,
-                                           android::base::LogSeverity severity, const char*,
+                                           android::base::LogSeverity severity, const char* tag,
                                            const char* file, unsigned line, const char* message) {
-            output.Log({"", severity, file != nullptr ? file : "", line, message});
+            output.Log({"", severity, file != nullptr ? file : "", line, message,
+                        tag != nullptr ? tag : ""});
         });
     }
     PropertyMap props;

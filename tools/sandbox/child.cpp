@@ -106,12 +106,12 @@ class ChildContext : public Context {
         });
     }
 
-    void OnLog(android::base::LogSeverity severity, const char* file, unsigned line,
-               const char* message) {
+    void OnLog(android::base::LogSeverity severity, const char* tag, const char* file,
+               unsigned line, const char* message) {
         // Sent before waiters wake, so a record that WaitForLog saw is never
         // lost when the function returns right after.
         Send(kLog, {CurrentStep(), std::to_string(severity), file != nullptr ? file : "",
-                    std::to_string(line), message});
+                    std::to_string(line), message, tag != nullptr ? tag : ""});
         {
             std::lock_guard<std::mutex> guard(state_lock_);
             messages_.push_back(message);
@@ -219,7 +219,7 @@ void DieWithParent(pid_t parent, int alive) {
     android::base::SetLogger([&ctx, echo](android::base::LogId id,
                                           android::base::LogSeverity severity, const char* tag,
                                           const char* file, unsigned line, const char* message) {
-        ctx.OnLog(severity, file, line, message);
+        ctx.OnLog(severity, tag, file, line, message);
         if (echo) android::base::StderrLogger(id, severity, tag, file, line, message);
     });
 

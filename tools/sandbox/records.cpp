@@ -150,10 +150,11 @@ void ApplyRecord(const Record& record, Outcome* outcome) {
             outcome->ran = true;
             break;
         case kLog:
-            if (f.size() == 5) {
+            if (f.size() == 6) {
                 outcome->logs.push_back({f[0],
                                          static_cast<android::base::LogSeverity>(std::stoi(f[1])),
-                                         f[2], static_cast<unsigned>(std::stoul(f[3])), f[4]});
+                                         f[2], static_cast<unsigned>(std::stoul(f[3])), f[4],
+                                         f[5]});
             }
             break;
         case kTreeEntry:

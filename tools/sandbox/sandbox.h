@@ -148,6 +148,7 @@ struct LogRecord {
     std::string file;
     unsigned line;
     std::string message;
+    std::string tag;  // the logger's tag, as the host's logger receives it
 };
 
 struct TreeEntry {
