@@ -48,9 +48,9 @@ TEST(InitRulesBootTest, AValueOfTheWrongTypeIsRefusedAndNeverSet) {
                       Contains(" ! persist.sys.zelva.volte.enabled=yes  (refused: " + reason + ")"),
                       Not(Contains("persist.sys.zelva.volte.enabled=yes"))));
     EXPECT_THAT(Lines(Sim("lint --root birch-cn").out),
-                Contains("birch-cn/my_carrier/properties/cmcc/SimSwitchFirstTime/first.prop: "
+                Contains("birch-cn/my_carrier/properties/cmcc/SimSwitchFirstTime/first.prop:3: "
                          "error: init refuses persist.sys.zelva.volte.enabled=yes: " +
-                         reason));
+                         reason + " [refused-by-init]"));
 }
 
 TEST(InitRulesBootTest, ExplainShowsTheContextAndWhyValuesWereRefused) {

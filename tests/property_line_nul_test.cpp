@@ -67,7 +67,7 @@ TEST(PropertyLineNulLintTest, LintReadsNulLinesAsTheLibrary) {
     std::string report;
     ASSERT_TRUE(android::base::ReadFileToString(out.path, &report));
     EXPECT_THAT(report, HasSubstr("warning: brand 'alder ' is not alder, birch or cedar"));
-    EXPECT_THAT(report, HasSubstr("/my_region/build.prop: error: import '' names no file"));
+    EXPECT_THAT(report, HasSubstr("/my_region/build.prop:2: error: import '' names no file"));
     EXPECT_THAT(report, Not(HasSubstr("not a regular file")));
 }
 

@@ -153,8 +153,10 @@ TEST_F(SimulatorBoundaryTest, LintReportsAPartitionLinkLoopAsTheLibraryMeetsIt) 
     const SimRun run = Sim({"lint", "--root", "tree"});
     EXPECT_EQ(run.status, 1) << testing::PrintToString(run);
     EXPECT_THAT(Lines(run.out),
-                ElementsAre("tree/my_carrier: error: Too many levels of symbolic links",
-                            "tree/my_carrier/cust: error: Too many levels of symbolic links",
+                ElementsAre("tree/my_carrier: error: Too many levels of symbolic links "
+                            "[symlink-loop]",
+                            "tree/my_carrier/cust: error: Too many levels of symbolic links "
+                            "[symlink-loop]",
                             "tree: 2 error(s), 0 warning(s)"));
 }
 
@@ -213,7 +215,8 @@ TEST_F(SimulatorBoundaryTest, AFileNameWithNewlinesCannotForgeLintLines) {
     EXPECT_EQ(run.status, 1) << testing::PrintToString(run);
     EXPECT_THAT(Lines(run.out),
                 ElementsAre("tree/my_region/properties/DE/regionSwitch/x\\nbuild.prop: error: "
-                            "forged\\nz.prop: error: illegal property name 'bad\\x1b[2Jname'",
+                            "forged\\nz.prop:1: error: illegal property name 'bad\\x1b[2Jname' "
+                            "[illegal-name]",
                             "tree: 1 error(s), 0 warning(s)"));
 }
 

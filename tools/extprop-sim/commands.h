@@ -39,6 +39,9 @@ struct LintArgs {
     std::string tree;  // --root
     std::string props_file;
     std::vector<std::string> property_contexts;
+    std::vector<std::string> disabled;  // --disable RULE, repeatable
+    bool werror = false;                // warnings fail too
+    std::string sarif_file;             // --sarif FILE; "-" for standard output
     bool json = false;
 };
 

@@ -9,14 +9,16 @@
 #include <vector>
 
 #include "init_rules.h"
+#include "lint_rules.h"
 
 namespace extprop_sim {
 
 // Lint runs inside the device root, so its paths are device paths.
 struct LintContext {
     struct Finding {
-        bool error;  // else a warning
+        const char* rule;  // an id of kLintRules, which gives the severity
         std::string path;
+        size_t line;  // from 1; 0 when no line is at fault
         std::string problem;
     };
     std::string tree;               // prefix of the device paths: "" inside the device root
@@ -29,8 +31,8 @@ struct LintContext {
     // names never reach init, so only the legality checks apply.
     bool handed_to_init = true;
 
-    void Error(const std::string& path, const std::string& problem);
-    void Warning(const std::string& path, const std::string& problem);
+    void Report(const char* rule, const std::string& path, const std::string& problem,
+                size_t line = 0);
 };
 
 // Checks one property file, as the parser would read it with

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include <android-base/file.h>
 #include <android-base/logging.h>
 
 #include "boot.h"
@@ -19,40 +20,32 @@
 #include "init_sink.h"
 #include "json.h"
 #include "lint.h"
+#include "lint_report.h"
 #include "option_file.h"
 #include "printable.h"
 #include "sandbox.h"
+#include "extension_paths.h"
 #include "utils.h"
 
 namespace extprop_sim {
 namespace {
 
+using namespace android::init;
+
 // Data-partition overrides and the special-edition file, read at fixed
 // paths and handed to init.
 constexpr const char* kFixedPropertyFiles[] = {
-        "/data/system/customize/cloud-config/data_cloud_prop_file.prop",
-        "/data/system/customize/empty_appchannel_prop_file.prop",
-        "/data/system/customize/data_common_prop_file.prop",
-        "/my_company/etc/build.prop",
+        kCloudOverrideFile, kDataEmptyAppChannelFile, kDataCommonFile, kNightjarBuildProp,
 };
 
 // Switch-key files and COTA request files: read at fixed paths by the
 // library for itself.
 constexpr const char* kFixedKeyFiles[] = {
-        "/data/system/customize/sim_switch/sim_switch_first_file",
-        "/data/system/customize/sim_switch/sim_switch_current_file",
-        "/data/system/customize/sim_switch/region_switch_file",
-        "/data/system/customize/sim_switch/sim_action_file",
-        "/mnt/vendor/zelvareserve/system/ssv/sim_switch_first_file",
-        "/mnt/vendor/zelvareserve/system/ssv/sim_switch_current_file",
-        "/mnt/vendor/zelvareserve/system/ssv/region_switch_file",
-        "/mnt/vendor/zelvareserve/system/ssv/sim_switch_convert_file",
-        "/mnt/vendor/zelvareserve/system/ssv/sim_action_file",
-        "/mnt/vendor/zelvareserve/system/ssv/sim_switch_common_prop_file",
-        "/mnt/vendor/zelvareserve/system/ssv/force_connect_internet_prop_file",
-        "/mnt/vendor/zelvareserve/system/flag/flashback.cfg",
-        "/data/cota/cota_mount_info.prop",
-        "/data/cota/cota_module_info.prop",
+        kDataSimSwitchFirstFile,      kDataSimSwitchCurrentFile,    kDataRegionSwitchFile,
+        kDataSimActionFile,           kReserveSimSwitchFirstFile,   kReserveSimSwitchCurrentFile,
+        kReserveRegionSwitchFile,     kReserveSimSwitchConvertFile, kReserveSimActionFile,
+        kReserveSimSwitchCommonFile,  kReserveForceConnectFile,     kFlashbackFile,
+        kCotaMountInfoFile,           kCotaModuleInfoFile,
 };
 
 // Inside the device root: every path below is a device path, and every
@@ -68,12 +61,13 @@ void LintInDevice(sandbox::Context& device, const PropertyMap& seeded,
     if (contexts.ok()) {
         ctx.rules.contexts = contexts->get();
     } else {
-        ctx.Error("", "property contexts: " + contexts.error().message());
+        ctx.Report(lint_rule::kPropertyContexts, "",
+                   "property contexts: " + contexts.error().message());
     }
     for (const std::string& dir : LintCustomizationDirs(&ctx)) {
         char resolved[PATH_MAX];
         if (realpath(dir.c_str(), resolved) == nullptr) {
-            if (errno == ELOOP) ctx.Error(dir, strerror(errno));
+            if (errno == ELOOP) ctx.Report(lint_rule::kSymlinkLoop, dir, strerror(errno));
             continue;  // a partition the device doesn't have
         }
         if (std::find(ctx.dirs.begin(), ctx.dirs.end(), resolved) == ctx.dirs.end()) {
@@ -97,7 +91,10 @@ void LintInDevice(sandbox::Context& device, const PropertyMap& seeded,
     for (const char* file : kFixedKeyFiles) LintPropertyFile(&ctx, file);
     const sandbox::Sink sink = device.sink();
     for (const LintContext::Finding& finding : ctx.findings) {
-        sink(finding.error ? 0 : 1, {{"path", finding.path}, {"problem", finding.problem}});
+        sink(0, {{"rule", finding.rule},
+                 {"path", finding.path},
+                 {"line", std::to_string(finding.line)},
+                 {"problem", finding.problem}});
     }
 }
 
@@ -106,6 +103,12 @@ void LintInDevice(sandbox::Context& device, const PropertyMap& seeded,
 int LintCommand(const LintArgs& args) {
     std::string tree = args.tree;
     if (tree.empty()) return Fail("lint needs a device tree, --root DIR");
+    for (const std::string& id : args.disabled) {
+        if (FindLintRule(id) == nullptr) return Fail("--disable: no lint rule '" + id + "'");
+    }
+    if (args.json && args.sarif_file == "-") {
+        return Fail("--json and --sarif - would both write to standard output");
+    }
     while (tree.size() > 1 && tree.back() == '/') tree.pop_back();
     struct stat st;
     if (stat(tree.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
@@ -136,36 +139,40 @@ int LintCommand(const LintArgs& args) {
             [&](sandbox::Context& device) { LintInDevice(device, seeded, given_contexts); });
     if (!outcome.Completed()) return Fail("cannot read " + tree + ": " + outcome.Describe());
 
-    size_t errors = 0, warnings = 0;
-    Json findings = Json::array();
-    for (const sandbox::Batch& finding : outcome.batches) {
-        const bool is_error = finding.kind == 0;
-        (is_error ? errors : warnings)++;
-        if (args.json) {
-            Json json = Json::object();
-            PutBytes(&json, "path", finding.props.at("path"));
-            json["line"] = nullptr;
-            json["severity"] = is_error ? "error" : "warning";
-            PutBytes(&json, "message", finding.props.at("problem"));
-            json["rule"] = nullptr;
-            findings.push_back(std::move(json));
-            continue;
+    std::vector<LintFinding> findings;
+    for (const sandbox::Batch& batch : outcome.batches) {
+        const LintRule* rule = FindLintRule(batch.props.at("rule"));
+        if (std::count(args.disabled.begin(), args.disabled.end(), rule->id) != 0) continue;
+        findings.push_back({rule, batch.props.at("path"),
+                            std::stoul(batch.props.at("line")), batch.props.at("problem")});
+    }
+    SortFindings(&findings);
+    const size_t errors = std::count_if(findings.begin(), findings.end(),
+                                        [](const LintFinding& f) { return f.rule->error; });
+    const size_t warnings = findings.size() - errors;
+
+    if (!args.sarif_file.empty()) {
+        const std::string sarif = JsonText(SarifLog(tree, findings));
+        if (args.sarif_file == "-") {
+            fputs(sarif.c_str(), stdout);
+        } else if (!android::base::WriteStringToFile(sarif, args.sarif_file)) {
+            return Fail("cannot write " + args.sarif_file + ": " + strerror(errno));
         }
-        const std::string line = tree + finding.props.at("path") +
-                                 (is_error ? ": error: " : ": warning: ") +
-                                 finding.props.at("problem");
-        printf("%s\n", Printable(line).c_str());
     }
     if (args.json) {
         Json document = JsonDocument("lint");
-        document["findings"] = std::move(findings);
+        document["findings"] = FindingsJson(findings);
         document["errors"] = errors;
         document["warnings"] = warnings;
         fputs(JsonText(document).c_str(), stdout);
-    } else {
+    } else if (args.sarif_file != "-") {
+        for (const LintFinding& finding : findings) {
+            printf("%s\n", FindingText(tree, finding).c_str());
+        }
         printf("%s: %zu error(s), %zu warning(s)\n", Printable(tree).c_str(), errors, warnings);
     }
-    return errors != 0 ? kExitFindings : kExitOk;
+    if (errors != 0 || (args.werror && warnings != 0)) return kExitFindings;
+    return kExitOk;
 }
 
 }  // namespace extprop_sim

@@ -18,14 +18,16 @@ namespace {
 
 constexpr char kImport[] = "import ";
 
-void LintImports(LintContext* ctx, const std::string& path) {
-    std::string text;
-    if (!android::base::ReadFileToString(path, &text, false)) return;
+using namespace lint_rule;
+
+void LintImports(LintContext* ctx, const std::string& path, const std::string& text) {
     for (const Import& import : ImportLines(text)) {
         auto expanded = ExpandProps(import.name);
         if (!expanded.ok()) {
-            ctx->Error(path, "import '" + import.name + "' can't be expanded (" +
-                                     expanded.error().message() + "): it is skipped");
+            ctx->Report(kImportNotExpandable, path,
+                        "import '" + import.name + "' can't be expanded (" +
+                                expanded.error().message() + "): it is skipped",
+                        import.line);
             continue;
         }
         // The parser looks the expanded name up as it stands: an empty one names
@@ -37,12 +39,16 @@ void LintImports(LintContext* ctx, const std::string& path) {
                                              false);
         struct stat st;
         if (!expanded->empty() && target.empty()) {
-            ctx->Error(path, "import '" + *expanded + "': " + strerror(ELOOP));
+            ctx->Report(kSymlinkLoop, path, "import '" + *expanded + "': " + strerror(ELOOP),
+                        import.line);
         } else if (target.empty() || lstat(target.c_str(), &st) != 0) {
-            ctx->Error(path, "import '" + *expanded + "' names no file in the tree: it is skipped");
+            ctx->Report(kImportNotFound, path,
+                        "import '" + *expanded + "' names no file in the tree: it is skipped",
+                        import.line);
         } else if (std::count(ctx->loading.begin(), ctx->loading.end(), target) != 0) {
-            ctx->Error(path, "import '" + *expanded +
-                                     "' closes a cycle: the parser recurses without end");
+            ctx->Report(kImportCycle, path,
+                        "import '" + *expanded + "' closes a cycle: the parser recurses without end",
+                        import.line);
         } else {
             LintPropertyFile(ctx, target, import.filtered ? import.filter.c_str() : nullptr);
         }
@@ -51,12 +57,9 @@ void LintImports(LintContext* ctx, const std::string& path) {
 
 }  // namespace
 
-void LintContext::Error(const std::string& path, const std::string& problem) {
-    findings.push_back({true, path, problem});
-}
-
-void LintContext::Warning(const std::string& path, const std::string& problem) {
-    findings.push_back({false, path, problem});
+void LintContext::Report(const char* rule, const std::string& path, const std::string& problem,
+                         size_t line) {
+    findings.push_back({rule, path, line, problem});
 }
 
 void LintPropertyFile(LintContext* ctx, const std::string& path, const char* filter) {
@@ -67,14 +70,15 @@ void LintPropertyFile(LintContext* ctx, const std::string& path, const char* fil
     const bool present = lstat(path.c_str(), &st) == 0;
     if (!present && errno != ELOOP) return;
     if (!ctx->checked.insert(path + "\n" + (filter != nullptr ? filter : "")).second) return;
-    if (!present) return ctx->Error(path, strerror(ELOOP));
+    if (!present) return ctx->Report(kSymlinkLoop, path, strerror(ELOOP));
     if (S_ISLNK(st.st_mode)) {
-        return ctx->Error(path,
-                          "symbolic link: the parser doesn't follow it, the file is never read");
+        return ctx->Report(kFinalSymlink, path,
+                           "symbolic link: the parser doesn't follow it, the file is never read");
     }
-    if (!S_ISREG(st.st_mode)) return ctx->Error(path, "not a regular file");
-    if (access(path.c_str(), R_OK) != 0) {
-        return ctx->Error(path, std::string("not readable: ") + strerror(errno));
+    if (!S_ISREG(st.st_mode)) return ctx->Report(kNotRegularFile, path, "not a regular file");
+    std::string text;
+    if (access(path.c_str(), R_OK) != 0 || !android::base::ReadFileToString(path, &text, false)) {
+        return ctx->Report(kUnreadableFile, path, std::string("not readable: ") + strerror(errno));
     }
     // Under a filter the parser neither follows imports nor keeps other
     // names; "*" keeps every name without following imports.
@@ -88,15 +92,17 @@ void LintPropertyFile(LintContext* ctx, const std::string& path, const char* fil
         if (!ctx->handed_to_init) rules.contexts = nullptr;
         const auto refusal = InitRefusal(rules, name, value, std::nullopt);
         if (!refusal) continue;
+        const size_t line = DefinitionLine(text, name);
         if (!ctx->rules.legal.name(name)) {
-            ctx->Error(path, "illegal property name '" + name + "'");
+            ctx->Report(kIllegalName, path, "illegal property name '" + name + "'", line);
         } else {
-            ctx->Error(path, "init refuses " + name + "=" + value + ": " + *refusal);
+            ctx->Report(kRefusedByInit, path, "init refuses " + name + "=" + value + ": " + *refusal,
+                        line);
         }
     }
     if (filter != nullptr) return;
     ctx->loading.push_back(path);
-    LintImports(ctx, path);
+    LintImports(ctx, path, text);
     ctx->loading.pop_back();
 }
 

@@ -4,16 +4,20 @@
 
 #include <algorithm>
 
+#include <android-base/file.h>
 #include <android-base/strings.h>
 
 #include "ZelvaExtensionProperty.h"
 #include "extension_paths.h"
+#include "import_lines.h"
 #include "lint.h"
 #include "tree_path.h"
 #include "utils.h"
 
 namespace extprop_sim {
 namespace {
+
+using namespace lint_rule;
 
 // The set names that a switch key selects under properties/<key>/.
 constexpr const char* kSetNames[] = {"SimSwitchCurrentTime", "SimSwitchFirstTime",
@@ -65,16 +69,16 @@ std::vector<std::string> LintCustomizationDirs(LintContext* ctx) {
     const std::string brand = TreeProperty(ctx, kSystemExtBuildProp, kBrandProperty);
     const std::string letter = BrandLetter(brand);
     if (letter.empty()) {
-        ctx->Warning(ctx->tree + kSystemExtBuildProp,
-                     "brand '" + brand +
+        ctx->Report(kUnknownBrand, ctx->tree + kSystemExtBuildProp,
+                    "brand '" + brand +
                              "' is not alder, birch or cedar: no region directory "
-                             "of a brand is read");
+                            "of a brand is read");
     }
     std::string region = TreeProperty(ctx, kRegionBuildProp, kSkuRegionProperty);
     if (region.empty()) region = TreeProperty(ctx, kVendorRegionBuildProp, kSkuRegionProperty);
     if (region.empty()) {
-        ctx->Warning(ctx->tree + kRegionBuildProp,
-                     "no ro.zelva.pipeline.region: no my_product/cust/<region> directory is read");
+        ctx->Report(kMissingRegion, ctx->tree + kRegionBuildProp,
+                    "no ro.zelva.pipeline.region: no my_product/cust/<region> directory is read");
     }
     return CustDirListFor(letter, region);
 }
@@ -100,17 +104,18 @@ void LintPropertySets(LintContext* ctx) {
                 const std::string set_dir = key_dir + "/" + set;
                 if (!IsDir(set_dir)) continue;
                 if (std::find(sets.begin(), sets.end(), set) == sets.end()) {
-                    ctx->Warning(set_dir, "no key selects the set '" + set + "' (only " +
-                                                  android::base::Join(sets, ", ") +
-                                                  "): it is never loaded");
+                    ctx->Report(kUnknownSet, set_dir,
+                                "no key selects the set '" + set + "' (only " +
+                                        android::base::Join(sets, ", ") + "): it is never loaded");
                     continue;
                 }
                 for (const std::string& name : Entries(set_dir)) {
                     const std::string path = set_dir + "/" + name;
                     if (IsDir(path)) {
-                        ctx->Warning(path, "a directory inside a set: it is never read");
+                        ctx->Report(kDirectoryInSet, path,
+                                    "a directory inside a set: it is never read");
                     } else if (!android::base::EndsWith(name, ".prop")) {
-                        ctx->Warning(path, "not a .prop file: it is never loaded");
+                        ctx->Report(kNotPropFile, path, "not a .prop file: it is never loaded");
                     } else {
                         LintPropertyFile(ctx, path);
                     }
@@ -133,9 +138,13 @@ void LintMapFiles(LintContext* ctx) {
             }
             for (const auto& [source, target] : map) {
                 if (KeySelects(*ctx, target)) continue;
-                ctx->Warning(path, "'" + source + "' maps to key '" + target +
-                                           "', which selects nothing (no properties/" + target +
-                                           "/ and no etc/build." + target + ".prop)");
+                std::string text;
+            android::base::ReadFileToString(path, &text, false);
+            ctx->Report(kMapTargetSelectsNothing, path,
+                        "'" + source + "' maps to key '" + target +
+                                "', which selects nothing (no properties/" + target +
+                                "/ and no etc/build." + target + ".prop)",
+                        DefinitionLine(text, source));
             }
         }
     }

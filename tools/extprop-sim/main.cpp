@@ -55,18 +55,23 @@ constexpr Command kDiff = {
         "The older 'diff TREE_A TREE_B' still works, with a warning."};
 
 constexpr Command kLint = {
-        "lint", "lint --root DIR [--props FILE] [--property-contexts FILE]... [--json]",
+        "lint",
+        "lint --root DIR [--props FILE] [--property-contexts FILE]... [--disable RULE]...\n"
+        "     [--werror] [--sarif FILE] [--json]",
         "Report what in a device tree would silently go wrong at boot",
         "Reads the tree as the library will, inside the device root (links resolve\n"
-        "within the tree, a loop is an error), and reports, one \"path: severity:\n"
-        "problem\" line each, what would silently go wrong at boot: properties init\n"
-        "would refuse (illegal names or values, no SELinux context, a value not of\n"
-        "the context's type) in any property file the library reads, imports that\n"
-        "can't be expanded (with the tree's and --props' properties) or name no\n"
-        "file, files that are symbolic links or unreadable, property sets no key can\n"
-        "select, map file entries whose target key selects nothing, an unknown brand\n"
-        "or a missing SKU region. Exit status 1 when there are errors. The older\n"
-        "'lint TREE' still works, with a warning."};
+        "within the tree, a loop is an error), and reports, one \"path:line:\n"
+        "severity: message [rule]\" line each, what would silently go wrong at boot:\n"
+        "properties init would refuse (illegal names or values, no SELinux context,\n"
+        "a value not of the context's type) in any property file the library reads,\n"
+        "imports that can't be expanded (with the tree's and --props' properties) or\n"
+        "name no file, files that are symbolic links or unreadable, property sets no\n"
+        "key can select, map file entries whose target key selects nothing, an\n"
+        "unknown brand or a missing SKU region. Each finding has a rule id (the\n"
+        "README lists them); --disable drops a rule's findings, --sarif writes a\n"
+        "SARIF 2.1.0 log.\n"
+        "Exit status 1 when there are errors (or, with --werror, warnings). The\n"
+        "older 'lint TREE' still works, with a warning."};
 
 constexpr Command kParse = {
         "parse", "parse FILE [--root DIR] [--prop NAME=VALUE]... [--filter FILTER] [-v] [--json]",
@@ -278,6 +283,16 @@ int main(int argc, char** argv) {
             ->type_name("FILE")
             ->check(kNotEmpty);
     AddContexts(lint_command, &lint.property_contexts);
+    lint_command->add_option("--disable", lint.disabled, "drop the findings of RULE (repeatable)")
+            ->type_name("RULE")
+            ->check(kNotEmpty);
+    lint_command->add_flag("--werror", lint.werror, "warnings fail the run too (exit status 1)");
+    lint_command
+            ->add_option("--sarif", lint.sarif_file,
+                         "also write the findings as a SARIF 2.1.0 log to FILE ('-': standard "
+                         "output, instead of the text)")
+            ->type_name("FILE")
+            ->check(kNotEmpty);
     AddJson(lint_command, &lint.json);
     lint_command->add_option("TREE", lint_tree)->group("")->expected(0, 1);
 

@@ -24,7 +24,6 @@ namespace {
 
 constexpr char kMediaSourceProperty[] = "ro.sys.custommedia.sourcepath";
 constexpr char kMediaResultProperty[] = "sys.mount.mediapath.success";
-constexpr char kNightjarBuildProp[] = "/my_company/etc/build.prop";
 constexpr char kOverrideSwitchTrigger[] = "propertiesOverrideSwitch";
 constexpr char kLogoTriggerPrefix[] = "triggerLogoCopy";
 constexpr char kLogoBootTrigger[] = "triggerLogoCopyFromCompanyBoot";

@@ -62,6 +62,9 @@ constexpr char kLogoTarget[] = "/dev/block/by-name/splash_odm";
 constexpr char kLogoImage[] = "/my_company/media/logo/logo.img";
 constexpr char kLogoBinary[] = "/my_company/media/logo/logo.bin";
 
+// The special-edition file of the company image, handed to init.
+constexpr char kNightjarBuildProp[] = "/my_company/etc/build.prop";
+
 constexpr char kCompanyDir[] = "/my_company";
 constexpr char kCarrierDir[] = "/my_carrier";
 
