@@ -5,6 +5,8 @@
 
 #include "boot_options.h"
 #include "commands.h"
+#include "definitions.h"
+#include "html_report.h"
 #include "printable.h"
 #include "report.h"
 #include "script_assertions.h"
@@ -19,8 +21,16 @@ int BootCommand(const BootArgs& args) {
     BootConfig config;
     if (!MakeBootConfig(options, &config, &error)) return Fail(error);
     config.keep_root = keep_root;
+    // Only a page pays for bringing every loaded file back.
+    LoadedFiles loaded;
+    if (!args.html_file.empty()) RecordEveryLoadedFile(&config, &loaded);
 
     BootResult result = RunBoot(config);
+    if (!args.html_file.empty() && result.error.empty()) {
+        const DefinitionsModel model = BuildDefinitions(result);
+        if (!options.verbose) DropVerboseRecords(&result.outcome);
+        if (!WriteHtmlReport(args.html_file, config, result, model, &error)) return Fail(error);
+    }
     // After the boot rather than as it happens: each record's bytes come from
     // the tree and are escaped like the rest of the text.
     if (!json) {

@@ -20,6 +20,7 @@ struct BootArgs {
     BootOptions boot;
     bool json = false;
     bool keep_root = false;
+    std::string html_file;  // --html FILE: the boot as one self-contained page
 };
 
 struct ExplainArgs {
@@ -42,6 +43,7 @@ struct LintArgs {
     std::vector<std::string> disabled;  // --disable RULE, repeatable
     bool werror = false;                // warnings fail too
     std::string sarif_file;             // --sarif FILE; "-" for standard output
+    bool overrides = false;             // --overrides: which definition wins at boot
     bool json = false;
 };
 
@@ -58,6 +60,7 @@ int BootCommand(const BootArgs& args);
 int ExplainCommand(const ExplainArgs& args);
 int DiffCommand(const DiffArgs& args);
 int LintCommand(const LintArgs& args);
+int LintOverridesCommand(const LintArgs& args);
 int ParseCommand(const ParseArgs& args);
 
 // Prints "extprop-sim: <message>" on stderr and returns kExitError.

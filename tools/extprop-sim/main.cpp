@@ -24,7 +24,7 @@ struct Command {
 };
 
 constexpr Command kBoot = {
-        "boot", "boot --root DIR [BOOT OPTIONS] [--json] [--keep-root]",
+        "boot", "boot --root DIR [BOOT OPTIONS] [--json] [--keep-root] [--html FILE]",
         "Boot a device tree as init would and show every batch",
         "Makes the device tree DIR the root of a sandboxed child (the tree read-only,\n"
         "the library's writes in a scratch layer over it), loads the library, and\n"
@@ -35,7 +35,10 @@ constexpr Command kBoot = {
         "after boot when a later batch changed it; then the properties after boot.\n"
         "A refusal is reported, not an error: exit 0; a failed script assertion\n"
         "exits 1. The library's log goes to stderr; --json prints one JSON document\n"
-        "instead."};
+        "instead. --html FILE also writes one self-contained HTML page: the steps\n"
+        "and batches, init's refusals, every property with the file:line it came\n"
+        "from (a filter box; FILE#filter=TEXT opens filtered), and a grid of which\n"
+        "partition defines what and which definition wins."};
 
 constexpr Command kExplain = {
         "explain", "explain NAME --root DIR [BOOT OPTIONS] [--json]",
@@ -57,7 +60,8 @@ constexpr Command kDiff = {
 constexpr Command kLint = {
         "lint",
         "lint --root DIR [--props FILE] [--property-contexts FILE]... [--disable RULE]...\n"
-        "     [--werror] [--sarif FILE] [--json]",
+        "     [--werror] [--sarif FILE] [--json]\n"
+        "     lint --overrides --root DIR [--props FILE] [--property-contexts FILE]... [--json]",
         "Report what in a device tree would silently go wrong at boot",
         "Reads the tree as the library will, inside the device root (links resolve\n"
         "within the tree, a loop is an error), and reports, one \"path:line:\n"
@@ -71,7 +75,12 @@ constexpr Command kLint = {
         "README lists them); --disable drops a rule's findings, --sarif writes a\n"
         "SARIF 2.1.0 log.\n"
         "Exit status 1 when there are errors (or, with --werror, warnings). The\n"
-        "older 'lint TREE' still works, with a warning."};
+        "older 'lint TREE' still works, with a warning.\n"
+        "--overrides boots the tree instead (init's boot sequence) and lists, for\n"
+        "each property defined in more than one place, every file:line that defines\n"
+        "it in the order the boot loaded them: the one init's value came from\n"
+        "(wins), the others shadowed (a value init doesn't end with) or of the same\n"
+        "value. Exit status 0."};
 
 constexpr Command kParse = {
         "parse", "parse FILE [--root DIR] [--prop NAME=VALUE]... [--filter FILTER] [-v] [--json]",
@@ -253,6 +262,11 @@ int main(int argc, char** argv) {
     AddJson(boot_command, &boot.json);
     boot_command->add_flag("--keep-root", boot.keep_root,
                            "keep what the boot changed in the device root, and say where");
+    boot_command
+            ->add_option("--html", boot.html_file,
+                         "also write the boot as one self-contained HTML page to FILE")
+            ->type_name("FILE")
+            ->check(kNotEmpty);
 
     ExplainArgs explain;
     CLI::App* explain_command = AddCommand(&app, kExplain);
@@ -293,6 +307,9 @@ int main(int argc, char** argv) {
                          "output, instead of the text)")
             ->type_name("FILE")
             ->check(kNotEmpty);
+    lint_command->add_flag("--overrides", lint.overrides,
+                           "boot the tree and report, for each property defined in more than"
+                           " one place, which file:line wins and which definitions are shadowed");
     AddJson(lint_command, &lint.json);
     lint_command->add_option("TREE", lint_tree)->group("")->expected(0, 1);
 
@@ -348,5 +365,5 @@ int main(int argc, char** argv) {
     if (!TakeDeprecatedTrees(lint_tree, "lint --root TREE", {&lint.tree}, &error)) {
         return Fail(error);
     }
-    return LintCommand(lint);
+    return lint.overrides ? LintOverridesCommand(lint) : LintCommand(lint);
 }
