@@ -44,6 +44,7 @@ struct LintArgs {
     bool werror = false;                // warnings fail too
     std::string sarif_file;             // --sarif FILE; "-" for standard output
     bool overrides = false;             // --overrides: which definition wins at boot
+    std::string host = "vendor";        // --host, for --overrides' boot
     bool json = false;
 };
 

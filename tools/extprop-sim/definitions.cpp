@@ -69,12 +69,16 @@ FileLines DefinedLines(const std::string& content) {
 
 // The file as one partition's file, whichever mount point and spelling the
 // library read it by: "/mnt/vendor/my_region//a.prop" -> "/my_region/a.prop".
-std::string CanonicalPath(const std::string& file) {
+std::string CollapseSlashes(const std::string& file) {
     std::string path;
     for (const char c : file) {
         if (c != '/' || path.empty() || path.back() != '/') path += c;
     }
-    return PartitionPath(path);
+    return path;
+}
+
+std::string CanonicalPath(const std::string& file) {
+    return PartitionPath(CollapseSlashes(file));
 }
 
 // One occurrence of a definition in the boot: which load, which step.
@@ -182,10 +186,10 @@ DefinitionsModel BuildDefinitions(const BootResult& result) {
                 if (same == property.definitions.end()) {
                     property.definitions.push_back({file, {}, line, value, {}});
                     same = property.definitions.end() - 1;
-                } else if (same->file != file &&
+                } else if (CollapseSlashes(same->file) != CollapseSlashes(file) &&
                            std::find(same->also_as.begin(), same->also_as.end(), file) ==
                                    same->also_as.end()) {
-                    same->also_as.push_back(file);
+                    same->also_as.push_back(file);  // the other mount point
                 }
                 if (same->steps.empty() || same->steps.back() != step) same->steps.push_back(step);
                 occurrences[name].push_back(

@@ -116,6 +116,7 @@ int LintOverridesCommand(const LintArgs& args) {
     options.tree = args.tree;
     options.props_file = args.props_file;
     options.property_contexts = args.property_contexts;
+    options.host = args.host;
     if (options.tree.empty()) return Fail("lint needs a device tree, --root DIR");
     BootConfig config;
     std::string error;

@@ -61,7 +61,8 @@ constexpr Command kLint = {
         "lint",
         "lint --root DIR [--props FILE] [--property-contexts FILE]... [--disable RULE]...\n"
         "     [--werror] [--sarif FILE] [--json]\n"
-        "     lint --overrides --root DIR [--props FILE] [--property-contexts FILE]... [--json]",
+        "     lint --overrides --root DIR [--props FILE] [--property-contexts FILE]...\n"
+        "     [--host vendor|aosp] [--json]",
         "Report what in a device tree would silently go wrong at boot",
         "Reads the tree as the library will, inside the device root (links resolve\n"
         "within the tree, a loop is an error), and reports, one \"path:line:\n"
@@ -310,6 +311,11 @@ int main(int argc, char** argv) {
     lint_command->add_flag("--overrides", lint.overrides,
                            "boot the tree and report, for each property defined in more than"
                            " one place, which file:line wins and which definitions are shadowed");
+    CLI::Option* lint_host =
+            lint_command->add_option("--host", lint.host,
+                         "with --overrides: the init that receives the batches (default vendor)")
+            ->type_name("vendor|aosp")
+            ->check(kNotEmpty);
     AddJson(lint_command, &lint.json);
     lint_command->add_option("TREE", lint_tree)->group("")->expected(0, 1);
 
@@ -365,5 +371,6 @@ int main(int argc, char** argv) {
     if (!TakeDeprecatedTrees(lint_tree, "lint --root TREE", {&lint.tree}, &error)) {
         return Fail(error);
     }
+    if (lint_host->count() != 0 && !lint.overrides) return Fail("lint takes --host with --overrides only");
     return lint.overrides ? LintOverridesCommand(lint) : LintCommand(lint);
 }
