@@ -20,6 +20,7 @@ packages=(
   pkg-config                     # the consumer test's pkg-config half
   debhelper dpkg-dev fakeroot lintian  # the Debian packages (scripts/build-debs.sh)
   bash-completion                # CI's check of the installed completion
+  chromium                       # renders boot --html pages in the browser test
 )
 
 sudo=""

@@ -16,7 +16,9 @@ tr.refused td { background: #ffd9d9; }
 .effect-new { color: #176b20; } .effect-changed { color: #8a5a00; } .effect-refused { color: #b00020; font-weight: bold; }
 .step { margin: .8em 0; padding: .3em .6em; border-left: 4px solid #6a7fdb; }
 .boot { font-weight: bold; margin-top: 1em; }
-#grid td.cell { text-align: center; width: 4em; }
+.scroll { overflow-x: auto; }
+#grid thead th:not(:first-child) { writing-mode: vertical-rl; transform: rotate(180deg); font-size: .85em; padding: .4em .15em; }
+#grid td.cell { text-align: center; min-width: 1.8em; }
 #grid td.wins { background: #c8f0c8; font-weight: bold; }
 #grid td.defines { background: #f3ecc8; }
 #grid:not(.all) tr.single { display: none; }

@@ -156,7 +156,7 @@ void AppendGrid(const DefinitionsModel& model, std::string* out) {
     *out += "<h2>Which partition defines what</h2>\n<p>W: the definition init's value came "
             "from; D: a definition shadowed or of the same value (hover for file:line and "
             "value). Rows: properties defined in more than one place. <label><input type=\"checkbox\" id=\"all-rows\"> every "
-            "property</label></p>\n<table id=\"grid\"><thead><tr><th>property</th>";
+            "property</label></p>\n<div class=\"scroll\"><table id=\"grid\"><thead><tr><th>property</th>";
     for (const std::string& partition : partitions) *out += "<th>" + HtmlText(partition) + "</th>";
     *out += "</tr></thead><tbody>\n";
     size_t rows = 0;
@@ -191,7 +191,7 @@ void AppendGrid(const DefinitionsModel& model, std::string* out) {
         }
         *out += "</tr>\n";
     }
-    *out += "</tbody></table>\n";
+    *out += "</tbody></table></div>\n";
     for (const auto& [file, size] : model.left_out) {
         *out += "<p>Not examined: <span class=\"mono\">" + HtmlText(file) + "</span> (" +
                 std::to_string(size) + " bytes, over the budget of what a boot brings back).</p>\n";
