@@ -20,6 +20,11 @@ namespace {
 // Rows of the property table and of the grid: a page a browser still opens
 // on a tree with a build.prop of half a million lines.
 constexpr size_t kMaxRows = 20000;
+// Entries of one batch shown, of those init set and of those it refused each;
+// refusals listed at the top of the page.
+constexpr size_t kMaxBatchEntries = 1000;
+// Rows of the grid for properties that only one place defines.
+constexpr size_t kMaxSingleRows = 2000;
 
 const char* EffectName(Effect::What what) {
     static constexpr const char* kNames[] = {"new", "changed", "same", "cleared", "refused"};
@@ -86,10 +91,11 @@ void AppendSteps(const BootConfig& config, const BootResult& result, std::string
                     step.kind == Step::Kind::kSlot ? OperationName(step.slot) : "";
             const std::string kind =
                     batch.kind == kFilledMapKind ? "map" : std::to_string(batch.kind);
-            size_t entry = 0;
+            size_t entry = 0, counts[2] = {};
             for (const auto& [name, value] : batch.props) {
                 const Effect& effect = effects[b][entry++];
                 const bool refused = effect.what == Effect::kRefused;
+                if (counts[refused]++ >= kMaxBatchEntries) continue;
                 *out += std::string(refused ? "<tr class=\"refused\">" : "<tr>") + "<td>" + slot +
                         "</td><td>" + operation + "</td><td>" + kind + "</td><td class=\"mono\">" +
                         HtmlText(name) + "</td><td class=\"mono\">" + HtmlText(value) +
@@ -98,6 +104,13 @@ void AppendSteps(const BootConfig& config, const BootResult& result, std::string
                         (refused ? ": " + HtmlText(effect.reason) : std::string()) + "</td></tr>\n";
             }
             *out += "</table>\n";
+            for (const size_t count : counts) {
+                if (count > kMaxBatchEntries) {
+                    *out += "<p>" + std::to_string(count - kMaxBatchEntries) +
+                            (&count == &counts[1] ? " more refused" : " more") +
+                            " entries not shown.</p>\n";
+                }
+            }
         }
         *out += "</div>\n";
     }
@@ -109,7 +122,7 @@ void AppendRefusals(const BootResult& result, std::string* out) {
     size_t count = 0;
     for (size_t b = 0; b < result.outcome.batches.size(); ++b) {
         for (const auto& [name, reason] : RefusalsOf(result.outcome, b)) {
-            ++count;
+            if (count++ >= kMaxBatchEntries) continue;
             items += "<li><span class=\"mono\">" + HtmlText(std::string(name)) + "</span> in the " +
                      HtmlText(BatchName(result, b)) + ": " + HtmlText(std::string(reason)) +
                      "</li>\n";
@@ -118,6 +131,9 @@ void AppendRefusals(const BootResult& result, std::string* out) {
     *out += "<h2>Refused by init (" + std::to_string(count) + ")</h2>\n";
     *out += count == 0 ? "<p>Init set every entry it was handed.</p>\n"
                        : "<ul class=\"refusals\" id=\"refusals\">\n" + items + "</ul>\n";
+    if (count > kMaxBatchEntries) {
+        *out += "<p>" + std::to_string(count - kMaxBatchEntries) + " more not listed.</p>\n";
+    }
 }
 
 void AppendProperties(const BootConfig& config, const BootResult& result,
@@ -159,12 +175,14 @@ void AppendGrid(const DefinitionsModel& model, std::string* out) {
             "property</label></p>\n<div class=\"scroll\"><table id=\"grid\"><thead><tr><th>property</th>";
     for (const std::string& partition : partitions) *out += "<th>" + HtmlText(partition) + "</th>";
     *out += "</tr></thead><tbody>\n";
-    size_t rows = 0;
+    size_t rows = 0, singles = 0;
     for (const auto& [name, property] : model.properties) {
         if (property.definitions.empty() ||
             property.definitions[0].state == Definition::State::kNotHandedOver) {
             continue;
         }
+        const bool single = property.definitions.size() < 2;
+        if (single && singles++ >= kMaxSingleRows) continue;
         if (rows++ == kMaxRows) break;
         // partition -> whether it holds the winner, its definitions
         std::map<std::string, std::pair<bool, std::vector<std::string>>> cells;
@@ -174,7 +192,7 @@ void AppendGrid(const DefinitionsModel& model, std::string* out) {
             title.push_back(Place(definition) + " = " + definition.value + " (" +
                             StateName(definition.state) + ")");
         }
-        *out += std::string(property.definitions.size() > 1 ? "<tr>" : "<tr class=\"single\">") +
+        *out += std::string(single ? "<tr class=\"single\">" : "<tr>") +
                 "<td class=\"mono\">" + HtmlText(name) + "</td>";
         for (const std::string& partition : partitions) {
             auto cell = cells.find(partition);
