@@ -54,7 +54,8 @@ std::vector<Row> TableRows(const std::string& dom, const std::string& id) {
 }
 
 // The grid's row for |name|: partition -> its mark, for the cells that have one.
-std::map<std::string, std::string> GridMarks(const std::vector<Row>& grid, const std::string& name) {
+std::map<std::string, std::string> GridMarks(const std::vector<Row>& grid,
+                                             const std::string& name) {
     std::map<std::string, std::string> marks;
     if (grid.empty()) return marks;
     for (const Row& row : grid) {
@@ -80,10 +81,11 @@ TEST_F(HtmlBrowserTest, ChromiumRendersTheGridAndFiltersTheExamplesProperties) {
     ASSERT_EQ(boot.status, 0) << boot.err;
 
     const std::string dom_file = std::string(dir.path) + "/dom.html";
-    const std::string command = std::string("timeout 60 ") + kChromium +
-                                " --headless --no-sandbox --disable-gpu --user-data-dir=" +
-                                dir.path + "/profile --dump-dom 'file://" + page +
-                                "#filter=locale.default' >" + dom_file + " 2>/dev/null";
+    const std::string command =
+            std::string("timeout 60 ") + kChromium +
+            " --headless --no-sandbox --disable-gpu --user-data-dir=" + dir.path +
+            "/profile --dump-dom 'file://" + page + "#filter=locale.default' >" + dom_file +
+            " 2>/dev/null";
     ASSERT_EQ(system(command.c_str()), 0) << command;
     std::string dom;
     ASSERT_TRUE(android::base::ReadFileToString(dom_file, &dom));

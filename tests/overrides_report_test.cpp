@@ -74,10 +74,11 @@ TEST_F(OverridesTest, TextNamesTheWinningLineAndTheShadowedRegionValue) {
 }
 
 TEST_F(OverridesTest, TextEscapesControlBytesOfShadowedValues) {
-    const std::string tree = Tree(sandbox::DeviceTree()
-                                          .File("/my_region/build.prop", "ro.zelva.test.x=a\x1b[2Jb\n")
-                                          .File("/my_carrier/build.prop", "ro.zelva.test.x=c\n")
-                                          .Dir("/data"));
+    const std::string tree =
+            Tree(sandbox::DeviceTree()
+                         .File("/my_region/build.prop", "ro.zelva.test.x=a\x1b[2Jb\n")
+                         .File("/my_carrier/build.prop", "ro.zelva.test.x=c\n")
+                         .Dir("/data"));
     const ToolRun run = RunTool(tree, {"lint", "--overrides", "--root", tree});
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_THAT(Lines(run.out), Contains("  /my_region/build.prop:1: shadowed: 'a\\x1b[2Jb'"));
@@ -90,17 +91,17 @@ TEST_F(OverridesTest, JsonListsEveryDefinitionInLoadOrderWithItsState) {
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_THAT(run.out, ConformsToTheSchema());
     const Json document = Json::parse(run.out);
-    EXPECT_THAT(Overrides(document),
-                ElementsAre(testing::Pair("ro.zelva.test.region",
-                                          ElementsAre(Shown{"/my_region/build.prop", 1,
-                                                            "from-region", "shadowed"},
-                                                      Shown{"/my_carrier/build.prop", 2,
-                                                            "from-carrier", "wins"})),
-                            testing::Pair("ro.zelva.test.same",
-                                          ElementsAre(Shown{"/my_region/build.prop", 2, "one",
-                                                            "same_value"},
-                                                      Shown{"/my_carrier/build.prop", 3, "one",
-                                                            "wins"}))));
+    EXPECT_THAT(
+            Overrides(document),
+            ElementsAre(testing::Pair("ro.zelva.test.region",
+                                      ElementsAre(Shown{"/my_region/build.prop", 1, "from-region",
+                                                        "shadowed"},
+                                                  Shown{"/my_carrier/build.prop", 2, "from-carrier",
+                                                        "wins"})),
+                        testing::Pair(
+                                "ro.zelva.test.same",
+                                ElementsAre(Shown{"/my_region/build.prop", 2, "one", "same_value"},
+                                            Shown{"/my_carrier/build.prop", 3, "one", "wins"}))));
     EXPECT_EQ(document["overrides"][0]["final"], "from-carrier");
 }
 
@@ -120,11 +121,11 @@ class OverridesByHostTest : public SimToolTest, public testing::WithParamInterfa
 
 TEST_P(OverridesByHostTest, WinnerIsTheDefinitionInitKept) {
     const HostRow& row = GetParam();
-    const std::string tree = Tree(
-            sandbox::DeviceTree()
-                    .File("/my_product/build.prop", "ro.zelva.test.late=partition\n")
-                    .File("/data/system/customize/data_common_prop_file.prop",
-                          "# data\n\nro.zelva.test.late = data \n"));
+    const std::string tree =
+            Tree(sandbox::DeviceTree()
+                         .File("/my_product/build.prop", "ro.zelva.test.late=partition\n")
+                         .File("/data/system/customize/data_common_prop_file.prop",
+                               "# data\n\nro.zelva.test.late = data \n"));
     const ToolRun run =
             RunTool(tree, {"lint", "--overrides", "--json", "--root", tree, "--host", row.host});
     ASSERT_EQ(run.status, 0) << run.err;
@@ -134,15 +135,14 @@ TEST_P(OverridesByHostTest, WinnerIsTheDefinitionInitKept) {
 
 INSTANTIATE_TEST_SUITE_P(
         Hosts, OverridesByHostTest,
-        testing::Values(
-                HostRow{.host = "vendor",
-                        .partition = {"/my_product/build.prop", 1, "partition", "shadowed"},
-                        .data = {"/data/system/customize/data_common_prop_file.prop", 3, "data",
-                                 "wins"}},
-                HostRow{.host = "aosp",
-                        .partition = {"/my_product/build.prop", 1, "partition", "wins"},
-                        .data = {"/data/system/customize/data_common_prop_file.prop", 3, "data",
-                                 "shadowed"}}),
+        testing::Values(HostRow{.host = "vendor",
+                                .partition = {"/my_product/build.prop", 1, "partition", "shadowed"},
+                                .data = {"/data/system/customize/data_common_prop_file.prop", 3,
+                                         "data", "wins"}},
+                        HostRow{.host = "aosp",
+                                .partition = {"/my_product/build.prop", 1, "partition", "wins"},
+                                .data = {"/data/system/customize/data_common_prop_file.prop", 3,
+                                         "data", "shadowed"}}),
         [](const testing::TestParamInfo<HostRow>& info) { return std::string(info.param.host); });
 
 // On a bundled example, every winner holds the value a separate boot ends

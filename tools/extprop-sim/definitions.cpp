@@ -81,10 +81,9 @@ std::string CanonicalPath(const std::string& file) {
     return PartitionPath(CollapseSlashes(file));
 }
 
-// One occurrence of a definition in the boot: which load, which step.
+// One load of a definition in the boot, in load order: which definition, which step.
 struct Occurrence {
     size_t definition;
-    size_t load;
     int step;
 };
 
@@ -120,10 +119,11 @@ void FindWinner(const sandbox::Outcome& outcome, const std::string& name,
     }
     for (size_t d = 0; d < property->definitions.size(); ++d) {
         Definition& definition = property->definitions[d];
-        definition.state = !carried                            ? Definition::State::kNotHandedOver
-                           : property->winner == d             ? Definition::State::kWins
-                           : definition.value == property->final_value ? Definition::State::kSameValue
-                                                                       : Definition::State::kShadowed;
+        definition.state = !carried                ? Definition::State::kNotHandedOver
+                           : property->winner == d ? Definition::State::kWins
+                           : definition.value == property->final_value
+                                   ? Definition::State::kSameValue
+                                   : Definition::State::kShadowed;
     }
 }
 
@@ -177,12 +177,11 @@ DefinitionsModel BuildDefinitions(const BootResult& result) {
             for (const auto& [line, value] : defined) {
                 // The same line met again (the other mount point, a later
                 // operation) is one definition.
-                auto same = std::find_if(
-                        property.definitions.begin(), property.definitions.end(),
-                        [&](const Definition& d) {
-                            return d.line == line && d.value == value &&
-                                   CanonicalPath(d.file) == canonical;
-                        });
+                auto same = std::find_if(property.definitions.begin(), property.definitions.end(),
+                                         [&](const Definition& d) {
+                                             return d.line == line && d.value == value &&
+                                                    CanonicalPath(d.file) == canonical;
+                                         });
                 if (same == property.definitions.end()) {
                     property.definitions.push_back({file, {}, line, value, {}});
                     same = property.definitions.end() - 1;
@@ -193,7 +192,7 @@ DefinitionsModel BuildDefinitions(const BootResult& result) {
                 }
                 if (same->steps.empty() || same->steps.back() != step) same->steps.push_back(step);
                 occurrences[name].push_back(
-                        {static_cast<size_t>(same - property.definitions.begin()), this_load, step});
+                        {static_cast<size_t>(same - property.definitions.begin()), step});
             }
         }
     }

@@ -39,7 +39,8 @@ std::string StepName(const BootResult& result, int step) {
 std::string BatchName(const BootResult& result, size_t b) {
     const sandbox::Batch& batch = result.outcome.batches[b];
     return "batch of " + StepName(result, StepIndex(batch.step)) + ", " +
-           (batch.kind == kFilledMapKind ? std::string("map") : "kind " + std::to_string(batch.kind));
+           (batch.kind == kFilledMapKind ? std::string("map")
+                                         : "kind " + std::to_string(batch.kind));
 }
 
 // Where the value a property ends the boot with came from.
@@ -86,7 +87,8 @@ void AppendSteps(const BootConfig& config, const BootResult& result, std::string
             if (StepIndex(batch.step) != static_cast<int>(i)) continue;
             *out += "<table class=\"batch\"><tr><th>slot</th><th>operation</th><th>kind</th>"
                     "<th>name</th><th>value</th><th>init</th></tr>\n";
-            const std::string slot = step.kind == Step::Kind::kSlot ? std::to_string(step.slot) : "";
+            const std::string slot =
+                    step.kind == Step::Kind::kSlot ? std::to_string(step.slot) : "";
             const std::string operation =
                     step.kind == Step::Kind::kSlot ? OperationName(step.slot) : "";
             const std::string kind =
@@ -171,8 +173,10 @@ void AppendGrid(const DefinitionsModel& model, std::string* out) {
     std::sort(partitions.begin(), partitions.end());
     *out += "<h2>Which partition defines what</h2>\n<p>W: the definition init's value came "
             "from; D: a definition shadowed or of the same value (hover for file:line and "
-            "value). Rows: properties defined in more than one place. <label><input type=\"checkbox\" id=\"all-rows\"> every "
-            "property</label></p>\n<div class=\"scroll\"><table id=\"grid\"><thead><tr><th>property</th>";
+            "value). Rows: properties defined in more than one place. <label><input "
+            "type=\"checkbox\" id=\"all-rows\"> every "
+            "property</label></p>\n<div class=\"scroll\"><table "
+            "id=\"grid\"><thead><tr><th>property</th>";
     for (const std::string& partition : partitions) *out += "<th>" + HtmlText(partition) + "</th>";
     *out += "</tr></thead><tbody>\n";
     size_t rows = 0, singles = 0;
@@ -192,8 +196,8 @@ void AppendGrid(const DefinitionsModel& model, std::string* out) {
             title.push_back(Place(definition) + " = " + definition.value + " (" +
                             StateName(definition.state) + ")");
         }
-        *out += std::string(single ? "<tr class=\"single\">" : "<tr>") +
-                "<td class=\"mono\">" + HtmlText(name) + "</td>";
+        *out += std::string(single ? "<tr class=\"single\">" : "<tr>") + "<td class=\"mono\">" +
+                HtmlText(name) + "</td>";
         for (const std::string& partition : partitions) {
             auto cell = cells.find(partition);
             if (cell == cells.end()) {
@@ -204,8 +208,8 @@ void AppendGrid(const DefinitionsModel& model, std::string* out) {
             // The title keeps its line feeds: a tooltip of one definition a line.
             std::string title;
             for (const std::string& line : cell->second.second) title += HtmlText(line) + "&#10;";
-            *out += std::string("<td class=\"cell ") + (wins ? "wins" : "defines") +
-                    "\" title=\"" + title + "\">" + (wins ? "W" : "D") + "</td>";
+            *out += std::string("<td class=\"cell ") + (wins ? "wins" : "defines") + "\" title=\"" +
+                    title + "\">" + (wins ? "W" : "D") + "</td>";
         }
         *out += "</tr>\n";
     }
@@ -224,12 +228,23 @@ std::string HtmlText(const std::string& bytes) {
     out.reserve(text.size());
     for (const char c : text) {
         switch (c) {
-            case '&': out += "&amp;"; break;
-            case '<': out += "&lt;"; break;
-            case '>': out += "&gt;"; break;
-            case '"': out += "&quot;"; break;
-            case '\'': out += "&#39;"; break;
-            default: out += c;
+            case '&':
+                out += "&amp;";
+                break;
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            case '"':
+                out += "&quot;";
+                break;
+            case '\'':
+                out += "&#39;";
+                break;
+            default:
+                out += c;
         }
     }
     return out;
@@ -240,11 +255,13 @@ std::string HtmlReport(const BootConfig& config, const BootResult& result,
     std::string out =
             "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">\n"
             "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
-            "<title>extprop-sim boot of " + HtmlText(config.tree) + "</title>\n<style>" +
-            kHtmlPageStyle + "</style></head><body>\n<h1>Boot of <span class=\"mono\">" +
-            HtmlText(config.tree) + "</span></h1>\n<p class=\"summary\">Library <span "
-            "class=\"mono\">" + HtmlText(config.library) + "</span>; " +
-            HostModeName(config.init.host) + " init; property contexts: <span class=\"mono\">" +
+            "<title>extprop-sim boot of " +
+            HtmlText(config.tree) + "</title>\n<style>" + kHtmlPageStyle +
+            "</style></head><body>\n<h1>Boot of <span class=\"mono\">" + HtmlText(config.tree) +
+            "</span></h1>\n<p class=\"summary\">Library <span "
+            "class=\"mono\">" +
+            HtmlText(config.library) + "</span>; " + HostModeName(config.init.host) +
+            " init; property contexts: <span class=\"mono\">" +
             HtmlText(ContextsInUse(result.outcome)) + "</span>; " +
             std::to_string(result.steps.size()) + " steps, " +
             std::to_string(result.outcome.batches.size()) + " batches, " +

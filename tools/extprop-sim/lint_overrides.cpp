@@ -46,9 +46,10 @@ std::string OverridesText(const DefinitionsModel& model) {
                (property->winner ? "" : ", from no file's definition") + "\n";
         for (const Definition& definition : property->definitions) {
             shadowed += definition.state == Definition::State::kShadowed;
-            out += "  " + Printable(Place(definition)) + ": " + StateName(definition.state) +
-                   ": " + Quote(definition.value);
-            for (const std::string& other : definition.also_as) out += " (also as " + Printable(other) + ")";
+            out += "  " + Printable(Place(definition)) + ": " + StateName(definition.state) + ": " +
+                   Quote(definition.value);
+            for (const std::string& other : definition.also_as)
+                out += " (also as " + Printable(other) + ")";
             out += "\n";
         }
     }
