@@ -35,6 +35,13 @@ struct DiffArgs {
     bool json = false;
 };
 
+struct CheckArgs {
+    BootOptions boot;
+    std::string golden_file;           // --golden FILE
+    std::vector<std::string> ignored;  // --ignore GLOB, repeatable
+    bool update = false;               // write the golden file instead of comparing
+};
+
 struct LintArgs {
     std::string tree;  // --root
     std::string props_file;
@@ -57,6 +64,7 @@ struct ParseArgs {
 int BootCommand(const BootArgs& args);
 int ExplainCommand(const ExplainArgs& args);
 int DiffCommand(const DiffArgs& args);
+int CheckCommand(const CheckArgs& args);
 int LintCommand(const LintArgs& args);
 int ParseCommand(const ParseArgs& args);
 
