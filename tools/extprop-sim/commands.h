@@ -42,6 +42,11 @@ struct CheckArgs {
     bool update = false;               // write the golden file instead of comparing
 };
 
+struct StateArgs {
+    BootOptions boot;
+    bool json = false;
+};
+
 struct LintArgs {
     std::string tree;  // --root
     std::string props_file;
@@ -65,6 +70,7 @@ int BootCommand(const BootArgs& args);
 int ExplainCommand(const ExplainArgs& args);
 int DiffCommand(const DiffArgs& args);
 int CheckCommand(const CheckArgs& args);
+int StateCommand(const StateArgs& args);
 int LintCommand(const LintArgs& args);
 int ParseCommand(const ParseArgs& args);
 

@@ -66,6 +66,16 @@ constexpr Command kCheck = {
         "from this boot instead. Exit status 0 when they are the same (or FILE was\n"
         "written), 1 when they differ or a script assertion failed."};
 
+constexpr Command kState = {
+        "state", "state --root DIR [BOOT OPTIONS] [--json]",
+        "Show the switch-key files before and after each boot",
+        "Shows the switch-key files on the reserve partition\n"
+        "(/mnt/vendor/zelvareserve/system/ssv, .../flag) and under\n"
+        "/data/system/customize/sim_switch as the tree holds them, then what each\n"
+        "boot (of --script or --then's sequence) wrote: + created, ~ changed,\n"
+        "- removed, with content, owner and mode; a restart step's own changes (a\n"
+        "wiped /data) are shown before the boot it starts."};
+
 constexpr Command kLint = {
         "lint",
         "lint --root DIR [--props FILE] [--property-contexts FILE]... [--disable RULE]...\n"
@@ -94,7 +104,8 @@ constexpr Command kParse = {
         "imports followed inside the device root DIR; without it, imports are\n"
         "reported as not followed."};
 
-constexpr const Command* kCommands[] = {&kBoot, &kExplain, &kDiff, &kCheck, &kLint, &kParse};
+constexpr const Command* kCommands[] = {&kBoot,  &kExplain, &kDiff, &kCheck,
+                                        &kState, &kLint,    &kParse};
 
 constexpr char kCommonText[] = R"(
 Boot options (boot, explain, diff):
@@ -293,7 +304,7 @@ int main(int argc, char** argv) {
 
     CheckArgs check;
     CLI::App* check_command = AddCommand(&app, kCheck);
-    check_command->add_option("--golden", check.golden_file, "the saved boot --json document")
+    check_command->add_option("--golden", check.golden_file, "the document boot wrote with its JSON option")
             ->type_name("FILE")
             ->required()
             ->check(kNotEmpty);
@@ -304,6 +315,11 @@ int main(int argc, char** argv) {
             ->type_name("GLOB")
             ->allow_extra_args(false);
     check_command->add_flag("--update", check.update, "write FILE from this boot instead");
+
+    StateArgs state;
+    CLI::App* state_command = AddCommand(&app, kState);
+    AddBootOptions(state_command, &state.boot);
+    AddJson(state_command, &state.json);
 
     LintArgs lint;
     std::vector<std::string> lint_tree;
@@ -371,6 +387,7 @@ int main(int argc, char** argv) {
     if (explain_command->parsed()) return ExplainCommand(explain);
     if (parse_command->parsed()) return ParseCommand(parse);
     if (check_command->parsed()) return CheckCommand(check);
+    if (state_command->parsed()) return StateCommand(state);
     if (diff_command->parsed()) {
         if (!TakeDeprecatedTrees(diff_trees, "diff --root TREE_A --root-b TREE_B",
                                  {&diff.boot.tree, &diff.root_b}, &error)) {
