@@ -18,7 +18,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
 
-const std::vector<std::string> kCommands = {"boot", "explain", "diff", "lint", "parse"};
+const std::vector<std::string> kCommands = {"boot", "explain", "diff", "check", "state", "lint", "parse"};
 
 TEST(CliTest, BadUsageIsOneLineAndExitsTwo) {
     for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{

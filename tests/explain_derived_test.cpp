@@ -4,7 +4,10 @@
 
 #include <gmock/gmock.h>
 
+#include <nlohmann/json.hpp>
+
 #include "sim_tool_support.h"
+#include "simulator_run.h"
 
 namespace zelva_test {
 namespace {
@@ -165,6 +168,44 @@ TEST_F(ExplainDerivedTest, PartitionReadAtBothMountPointsIsOneFileUnlessTheyDiff
                 ElementsAre(testing::_, "  step 0 slot 4 loadExtensionPartitionProperties",
                             "    /mnt/vendor/my_carrier/build.prop: '1'",
                             "    /my_carrier/build.prop: '1'"));
+}
+
+}  // namespace
+}  // namespace zelva_test
+
+namespace zelva_test {
+namespace {
+
+std::vector<std::string> Values(const nlohmann::json& list) {
+    std::vector<std::string> values;
+    for (const auto& record : list) values.push_back(record["value"]);
+    return values;
+}
+
+// --json gives the same derivation, line by line, and each key-selected file's key.
+TEST(ExplainDerivedJsonTest, DocumentCarriesTheDerivationAndTheKeyChoice) {
+    REQUIRE_SANDBOX();
+    const SimulatorRun market = RunSimulator({"explain", "ro.vendor.zelva.market.name", "--root",
+                                              "birch-cn", "--props", "birch-cn.props", "--json"});
+    ASSERT_EQ(market.status, 0) << market.err;
+    EXPECT_THAT(market.out, ConformsToTheSchema());
+    EXPECT_THAT(Values(nlohmann::json::parse(market.out)["derived"]),
+                testing::IsSupersetOf(
+                        {"  step 2 slot 6 loadPersistOverrideProperties: 'Birch B2 Pro' from",
+                         "    /sys/block/sda/size: '998244352' sectors"}));
+
+    const SimulatorRun locale =
+            RunSimulator({"explain", "persist.sys.locale.default", "--root", "alder-eu",
+                          "--props", "alder-eu.props", "--json"});
+    ASSERT_EQ(locale.status, 0) << locale.err;
+    std::vector<std::string> choices;
+    const auto document = nlohmann::json::parse(locale.out);
+    for (const auto& definition : document["definitions"]) {
+        if (definition["key_choice"].is_string()) choices.push_back(definition["key_choice"]);
+    }
+    EXPECT_THAT(choices, testing::Contains("chosen by the key 'DE' of sys.region.switch.first, "
+                                           "from /mnt/vendor/zelvareserve/system/ssv/"
+                                           "region_switch_file"));
 }
 
 }  // namespace

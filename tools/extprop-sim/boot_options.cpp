@@ -46,18 +46,31 @@ bool MakeBootConfig(const BootOptions& options, BootConfig* config, std::string*
         !ReadPropsFile(options.props_file, &config->properties, error)) {
         return false;
     }
-    if (options.script_file.empty()) return true;
-    auto script = ReadOptionFile(options.script_file);
-    if (!script.ok()) {
-        *error = script.error().message();
-        return false;
+    if (!options.script_file.empty()) {
+        auto script = ReadOptionFile(options.script_file);
+        if (!script.ok()) {
+            *error = script.error().message();
+            return false;
+        }
+        config->steps.clear();
+        if (!ParseScript(*script, &config->steps, error)) {
+            *error = options.script_file + ": " + *error;
+            return false;
+        }
+        ResolveScriptPaths(options.script_file, &config->steps);
     }
-    config->steps.clear();
-    if (!ParseScript(*script, &config->steps, error)) {
-        *error = options.script_file + ": " + *error;
-        return false;
+    // --then: each a script line of its own; an ota DIR is taken from the
+    // working directory.
+    for (const std::string& line : options.then) {
+        if (line.find('\n') != std::string::npos) {
+            *error = "--then takes one step, one line";
+            return false;
+        }
+        if (!ParseScript(line, &config->steps, error)) {
+            *error = "--then '" + line + "': " + error->substr(error->find(": ") + 2);
+            return false;
+        }
     }
-    ResolveScriptPaths(options.script_file, &config->steps);
     return true;
 }
 

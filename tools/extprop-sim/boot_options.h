@@ -14,6 +14,7 @@ struct BootOptions {
     std::string tree;
     std::string props_file;
     std::string script_file;
+    std::vector<std::string> then;  // --then STEP: script lines run after the boot or script
     std::string library = DefaultLibraryPath();
     bool verbose = false;
     std::string host = "vendor";                 // --host vendor|aosp

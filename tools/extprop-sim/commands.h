@@ -36,6 +36,18 @@ struct DiffArgs {
     bool json = false;
 };
 
+struct CheckArgs {
+    BootOptions boot;
+    std::string golden_file;           // --golden FILE
+    std::vector<std::string> ignored;  // --ignore GLOB, repeatable
+    bool update = false;               // write the golden file instead of comparing
+};
+
+struct StateArgs {
+    BootOptions boot;
+    bool json = false;
+};
+
 struct LintArgs {
     std::string tree;  // --root
     std::string props_file;
@@ -60,6 +72,8 @@ struct ParseArgs {
 int BootCommand(const BootArgs& args);
 int ExplainCommand(const ExplainArgs& args);
 int DiffCommand(const DiffArgs& args);
+int CheckCommand(const CheckArgs& args);
+int StateCommand(const StateArgs& args);
 int LintCommand(const LintArgs& args);
 int LintOverridesCommand(const LintArgs& args);
 int ParseCommand(const ParseArgs& args);

@@ -120,7 +120,7 @@ std::string Quote(const std::string& value) {
 // The story as one JSON document: the same facts as the text, each batch
 // with init's verdict.
 Json ExplainJson(const BootConfig& config, const BootResult& result, const std::string& name,
-                 const std::vector<Definition>& definitions) {
+                 const std::vector<Definition>& definitions, const DefinitionsOf& definitions_of) {
     const sandbox::Outcome& outcome = result.outcome;
     Json document = JsonDocument("explain");
     PutBytes(&document, "name", name);
@@ -136,8 +136,16 @@ Json ExplainJson(const BootConfig& config, const BootResult& result, const std::
         PutBytes(&json, "file", definition.file);
         PutBytes(&json, "value", definition.value);
         json["overridden"] = BytesList(definition.overridden);
+        const std::string choice =
+                KeyChoiceText(config, result, PartitionPath(definition.file), definitions_of);
+        PutBytes(&json, "key_choice", choice.empty() ? std::nullopt : std::optional(choice));
         document["definitions"].push_back(std::move(json));
     }
+    // The lines that tell how the library derived the value, as the text gives them.
+    const std::string derived = DerivedText(config, result, name, definitions_of);
+    document["derived"] = BytesList(derived.empty() ? std::vector<std::string>()
+                                                    : android::base::Split(derived.substr(
+                                                              0, derived.size() - 1), "\n"));
     document["batches"] = Json::array();
     std::optional<std::string> accepted;
     for (size_t b = 0; b < outcome.batches.size(); ++b) {
@@ -193,11 +201,6 @@ int ExplainCommand(const ExplainArgs& args) {
     }
     std::vector<Definition> definitions = LoadedDefinitions(outcome, name);
     AttributeOverrides(outcome, name, &definitions);
-    if (args.json) {
-        const Json document = ExplainJson(config, result, name, definitions);
-        fputs(JsonText(document).c_str(), stdout);
-        return document["known"] ? kExitOk : kExitFindings;
-    }
     const DefinitionsOf definitions_of = [&outcome](const std::string& input) {
         std::vector<FileValue> files;
         for (const Definition& d : LoadedDefinitions(outcome, input)) {
@@ -205,6 +208,11 @@ int ExplainCommand(const ExplainArgs& args) {
         }
         return files;
     };
+    if (args.json) {
+        const Json document = ExplainJson(config, result, name, definitions, definitions_of);
+        fputs(JsonText(document).c_str(), stdout);
+        return document["known"] ? kExitOk : kExitFindings;
+    }
 
     const std::string host = HostModeName(config.init.host);
     std::string out = Printable(name) + " through the boot of " + Printable(config.tree) + " (" +

@@ -57,6 +57,28 @@ constexpr Command kDiff = {
         "in B, ~ changed. Exit status 0 when they are the same, 1 when they differ.\n"
         "The older 'diff TREE_A TREE_B' still works, with a warning."};
 
+constexpr Command kCheck = {
+        "check", "check --golden FILE --root DIR [BOOT OPTIONS] [--ignore GLOB]... [--update]",
+        "Boot and compare with a saved boot --json document",
+        "Boots like boot (or runs --script and --then) and compares the result with\n"
+        "the golden FILE, a boot --json document: the steps, every batch's entries,\n"
+        "the properties after boot and the log, one line per property that differs.\n"
+        "What varies between machines is left out on both sides (the library's source\n"
+        "line of a log record, timings); --ignore GLOB also leaves out the properties\n"
+        "and log messages it matches (a shell glob, repeatable). --update writes FILE\n"
+        "from this boot instead. Exit status 0 when they are the same (or FILE was\n"
+        "written), 1 when they differ or a script assertion failed."};
+
+constexpr Command kState = {
+        "state", "state --root DIR [BOOT OPTIONS] [--json]",
+        "Show the switch-key files before and after each boot",
+        "Shows the switch-key files on the reserve partition\n"
+        "(/mnt/vendor/zelvareserve/system/ssv, .../flag) and under\n"
+        "/data/system/customize/sim_switch as the tree holds them, then what each\n"
+        "boot (of --script or --then's sequence) wrote: + created, ~ changed,\n"
+        "- removed, with content, owner and mode; a restart step's own changes (a\n"
+        "wiped /data) are shown before the boot it starts."};
+
 constexpr Command kLint = {
         "lint",
         "lint --root DIR [--props FILE] [--property-contexts FILE]... [--disable RULE]...\n"
@@ -92,7 +114,8 @@ constexpr Command kParse = {
         "imports followed inside the device root DIR; without it, imports are\n"
         "reported as not followed."};
 
-constexpr const Command* kCommands[] = {&kBoot, &kExplain, &kDiff, &kLint, &kParse};
+constexpr const Command* kCommands[] = {&kBoot,  &kExplain, &kDiff, &kCheck,
+                                        &kState, &kLint,    &kParse};
 
 constexpr char kCommonText[] = R"(
 Boot options (boot, explain, diff):
@@ -201,6 +224,12 @@ void AddBootOptions(CLI::App* command, BootOptions* options) {
                         "boot steps to run instead of init's boot sequence")
             ->type_name("FILE")
             ->check(kNotEmpty);
+    command->add_option("--then", options->then,
+                        "one more step after the boot or script, a script line such as "
+                        "'reboot' (repeatable)")
+            ->type_name("STEP")
+            ->allow_extra_args(false)
+            ->check(kNotEmpty);
     command->add_option("--lib", options->library, "the library to load")
             ->type_name("PATH")
             ->check(kNotEmpty);
@@ -288,6 +317,25 @@ int main(int argc, char** argv) {
     AddJson(diff_command, &diff.json);
     diff_command->add_option("TREES", diff_trees)->group("")->expected(0, 2);
 
+    CheckArgs check;
+    CLI::App* check_command = AddCommand(&app, kCheck);
+    check_command->add_option("--golden", check.golden_file, "the document boot wrote with its JSON option")
+            ->type_name("FILE")
+            ->required()
+            ->check(kNotEmpty);
+    AddBootOptions(check_command, &check.boot);
+    check_command
+            ->add_option("--ignore", check.ignored,
+                         "leave out the properties and log messages GLOB matches (repeatable)")
+            ->type_name("GLOB")
+            ->allow_extra_args(false);
+    check_command->add_flag("--update", check.update, "write FILE from this boot instead");
+
+    StateArgs state;
+    CLI::App* state_command = AddCommand(&app, kState);
+    AddBootOptions(state_command, &state.boot);
+    AddJson(state_command, &state.json);
+
     LintArgs lint;
     std::vector<std::string> lint_tree;
     CLI::App* lint_command = AddCommand(&app, kLint);
@@ -361,6 +409,8 @@ int main(int argc, char** argv) {
     if (boot_command->parsed()) return BootCommand(boot);
     if (explain_command->parsed()) return ExplainCommand(explain);
     if (parse_command->parsed()) return ParseCommand(parse);
+    if (check_command->parsed()) return CheckCommand(check);
+    if (state_command->parsed()) return StateCommand(state);
     if (diff_command->parsed()) {
         if (!TakeDeprecatedTrees(diff_trees, "diff --root TREE_A --root-b TREE_B",
                                  {&diff.boot.tree, &diff.root_b}, &error)) {
