@@ -2,6 +2,7 @@
 #include "definitions.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 
 #include <android-base/file.h>
@@ -150,6 +151,10 @@ void DropVerboseRecords(sandbox::Outcome* outcome) {
 DefinitionsModel BuildDefinitions(const BootResult& result) {
     const sandbox::Outcome& outcome = result.outcome;
     DefinitionsModel model;
+    if (auto failed = outcome.notes.find("loaded files"); failed != outcome.notes.end()) {
+        fprintf(stderr, "extprop-sim: the files the boot loaded can't be read back (%s)\n",
+                failed->second.c_str());
+    }
     std::map<const std::string*, FileLines> parsed;  // by content: a file repeats
     std::map<std::string, std::vector<Occurrence>> occurrences;
     size_t load = 0;

@@ -55,6 +55,8 @@ struct DefinitionsModel {
 void RecordEveryLoadedFile(BootConfig* config, LoadedFiles* loaded);
 void DropVerboseRecords(sandbox::Outcome* outcome);
 
+// Also says on stderr when the loaded files couldn't be brought back (the
+// model is then empty).
 DefinitionsModel BuildDefinitions(const BootResult& result);
 
 // The partition a device file belongs to, whichever of its mount points it
