@@ -83,7 +83,7 @@ TEST_F(HtmlBrowserTest, ChromiumRendersTheGridAndFiltersTheExamplesProperties) {
     const std::string dom_file = std::string(dir.path) + "/dom.html";
     const std::string command =
             std::string("timeout 60 ") + kChromium +
-            " --headless --no-sandbox --disable-gpu --user-data-dir=" + dir.path +
+            " --headless --no-sandbox --disable-gpu --disable-dev-shm-usage --user-data-dir=" + dir.path +
             "/profile --dump-dom 'file://" + page + "#filter=locale.default' >" + dom_file +
             " 2>/dev/null";
     ASSERT_EQ(system(command.c_str()), 0) << command;
