@@ -74,6 +74,7 @@ struct RuleCase {
     const char* rule;
     sandbox::DeviceTree tree;
     Finding expected;
+    bool boots = false;  // a rule of the recorded boot; the others are checked without it
 };
 
 TEST(LintRulesTest, EachRuleFindsItsFaultAtItsPathAndLine) {
@@ -132,10 +133,23 @@ TEST(LintRulesTest, EachRuleFindsItsFaultAtItsPathAndLine) {
              .tree = AlderEu().File("/my_carrier/etc/nvmap.prop", "# old flags\n7=NOKEY\n"),
              .expected = {"/my_carrier/etc/nvmap.prop", 2, "warning",
                           "map-target-selects-nothing"}},
+            // The market name's file, which only the boot reads, as a loop.
+            {.rule = "failed-read",
+             .tree = AlderEu().Symlink("/my_product/cust/EU/etc/devicename.cfg",
+                                       "/my_product/cust/EU/etc/devicename.cfg"),
+             .expected = {"/my_product/cust/EU/etc/devicename.cfg", 0, "error", "failed-read"},
+             .boots = true},
+            // A partition's name mistyped; a set of another key is not unread.
+            {.rule = "unread-file",
+             .tree = AlderEu().File("/my_regoin/build.prop", "a=1\n")
+                             .File("/my_region/properties/FR/regionSwitch/r.prop", "b=1\n"),
+             .expected = {"/my_regoin/build.prop", 0, "warning", "unread-file"},
+             .boots = true},
     };
     std::set<std::string> tested;
     for (const RuleCase& c : cases) {
-        const LintRun run = Lint(c.tree);
+        const LintRun run = Lint(c.tree, c.boots ? std::vector<std::string>{}
+                                                 : std::vector<std::string>{"--no-boot"});
         // The fault is found where it is, and no other rule fires on it.
         EXPECT_THAT(run.findings, AllOf(Contains(c.expected), Each(Field(&Finding::rule, c.rule))))
                 << c.rule << "\n" << run.document;

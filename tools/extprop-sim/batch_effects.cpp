@@ -23,18 +23,18 @@ Effect Apply(StoreView* store, std::string_view name, std::string_view value,
     auto it = store->lower_bound(name);
     const bool present = it != store->end() && it->first == name;
     const std::string_view before = present ? it->second : std::string_view();
-    if (refusal) return {Effect::kRefused, std::string(before), std::string(*refusal)};
+    if (refusal) return {Effect::kRefused, before, *refusal};
     if (value.empty()) {
-        if (!present) return {Effect::kSame, "", ""};
+        if (!present) return {Effect::kSame, {}, {}};
         store->erase(it);
-        return {Effect::kCleared, std::string(before), ""};
+        return {Effect::kCleared, before, {}};
     }
     if (!present) {
         store->emplace_hint(it, name, value);
-        return {Effect::kNew, "", ""};
+        return {Effect::kNew, {}, {}};
     }
-    if (before == value) return {Effect::kSame, std::string(before), ""};
-    Effect effect{Effect::kChanged, std::string(before), ""};
+    if (before == value) return {Effect::kSame, before, {}};
+    Effect effect{Effect::kChanged, before, {}};
     it->second = value;
     return effect;
 }

@@ -5,16 +5,19 @@
 
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "boot.h"
 
 namespace extprop_sim {
 
+// Views into the boot's own strings (its seeds, steps, batches and notes),
+// which outlive the effects: a batch can hold every line of a large build.prop.
 struct Effect {
     enum What { kNew, kChanged, kSame, kCleared, kRefused } what;
-    std::string before;  // the value the entry replaced or cleared
-    std::string reason;  // why init refused it
+    std::string_view before;  // the value the entry replaced or cleared
+    std::string_view reason;  // why init refused it
 };
 
 // One effect per entry of a batch, in the batch's (name) order.

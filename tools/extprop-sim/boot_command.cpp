@@ -40,9 +40,12 @@ int BootCommand(const BootArgs& args) {
         }
     }
     if (!result.error.empty()) return Fail(result.error);
-    const std::string report =
-            json ? BootReportJson(config, result) : BootReportText(config, result);
-    fwrite(report.data(), 1, report.size(), stdout);
+    if (json) {
+        const std::string report = BootReportJson(config, result);
+        fwrite(report.data(), 1, report.size(), stdout);
+    } else {
+        WriteBootReportText(config, result, stdout);
+    }
     if (keep_root) {
         fprintf(stderr, "extprop-sim: what the boot changed in the device root is kept at %s\n",
                 Printable(result.root).c_str());

@@ -55,6 +55,7 @@ struct LintArgs {
     std::vector<std::string> disabled;  // --disable RULE, repeatable
     bool werror = false;                // warnings fail too
     std::string sarif_file;             // --sarif FILE; "-" for standard output
+    bool no_boot = false;               // the static checks only
     bool overrides = false;             // --overrides: which definition wins at boot
     std::string host = "vendor";        // --host, for --overrides' boot
     bool json = false;

@@ -20,6 +20,7 @@
 #include "init_sink.h"
 #include "json.h"
 #include "lint.h"
+#include "lint_access.h"
 #include "lint_report.h"
 #include "option_file.h"
 #include "printable.h"
@@ -53,7 +54,8 @@ constexpr const char* kFixedKeyFiles[] = {
 // meets it at boot. Each finding goes back as one batch of kind 0 (error) or
 // 1 (warning) holding its path and problem.
 void LintInDevice(sandbox::Context& device, const PropertyMap& seeded,
-                  const std::vector<ContextsFile>& given_contexts) {
+                  const std::vector<ContextsFile>& given_contexts,
+                  const std::set<std::string>* reached) {
     LintContext ctx;
     // The library's checks, from the same sources as the one boot loads.
     ctx.rules.legal = {&IsLegalPropertyName, &IsLegalPropertyValue};
@@ -89,6 +91,7 @@ void LintInDevice(sandbox::Context& device, const PropertyMap& seeded,
     for (const char* file : kFixedPropertyFiles) LintPropertyFile(&ctx, file);
     ctx.handed_to_init = false;
     for (const char* file : kFixedKeyFiles) LintPropertyFile(&ctx, file);
+    if (reached != nullptr) LintUnreadFiles(&ctx, *reached);
     const sandbox::Sink sink = device.sink();
     for (const LintContext::Finding& finding : ctx.findings) {
         sink(0, {{"rule", finding.rule},
@@ -126,6 +129,14 @@ int LintCommand(const LintArgs& args) {
         given_contexts.push_back({file, *content});
     }
 
+    // What a boot of the tree really opens, tests and lists.
+    BootAccesses accesses;
+    const bool booted = !args.no_boot && RecordBootAccesses(args, &accesses, &error);
+    if (!args.no_boot && !booted) {
+        fprintf(stderr, "extprop-sim: %s; only the checks that read the tree ran\n",
+                Printable(error).c_str());
+    }
+
     // Now: the device root has no host libraries nor locales.
     (void)LoadAndroidSelinux();
     UseUtf8Locale();
@@ -136,16 +147,32 @@ int LintCommand(const LintArgs& args) {
     options.min_severity = android::base::FATAL_WITHOUT_ABORT;
     const sandbox::Outcome outcome = sandbox::Run(
             sandbox::DeviceTree().CopyFrom(tree), options,
-            [&](sandbox::Context& device) { LintInDevice(device, seeded, given_contexts); });
+            [&](sandbox::Context& device) {
+                LintInDevice(device, seeded, given_contexts, booted ? &accesses.reached : nullptr);
+            });
     if (!outcome.Completed()) return Fail("cannot read " + tree + ": " + outcome.Describe());
 
     std::vector<LintFinding> findings;
     for (const sandbox::Batch& batch : outcome.batches) {
-        const LintRule* rule = FindLintRule(batch.props.at("rule"));
-        if (std::count(args.disabled.begin(), args.disabled.end(), rule->id) != 0) continue;
-        findings.push_back({rule, batch.props.at("path"),
+        findings.push_back({FindLintRule(batch.props.at("rule")), batch.props.at("path"),
                             std::stoul(batch.props.at("line")), batch.props.at("problem")});
     }
+    // A failed read at or below a path the checks of the tree already
+    // explain (a link, a loop, a directory) adds nothing.
+    for (const LintFinding& failure : accesses.failures) {
+        const bool explained =
+                std::any_of(findings.begin(), findings.end(), [&](const LintFinding& f) {
+                    return !f.path.empty() && (failure.path == f.path ||
+                                               failure.path.rfind(f.path + "/", 0) == 0);
+                });
+        if (!explained) findings.push_back(failure);
+    }
+    findings.erase(std::remove_if(findings.begin(), findings.end(),
+                                  [&](const LintFinding& f) {
+                                      return std::count(args.disabled.begin(), args.disabled.end(),
+                                                        f.rule->id) != 0;
+                                  }),
+                   findings.end());
     SortFindings(&findings);
     const size_t errors = std::count_if(findings.begin(), findings.end(),
                                         [](const LintFinding& f) { return f.rule->error; });

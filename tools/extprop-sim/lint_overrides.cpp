@@ -110,8 +110,10 @@ Json OverridesJson(const DefinitionsModel& model) {
 }  // namespace
 
 int LintOverridesCommand(const LintArgs& args) {
-    if (!args.sarif_file.empty() || !args.disabled.empty() || args.werror) {
-        return Fail("--overrides reports no findings: it takes no --sarif, --disable or --werror");
+    if (!args.sarif_file.empty() || !args.disabled.empty() || args.werror || args.no_boot) {
+        return Fail(
+                "--overrides reports no findings: it takes no --sarif, --disable, --werror or "
+                "--no-boot");
     }
     BootOptions options;
     options.tree = args.tree;

@@ -26,6 +26,9 @@ const LintRule kLintRules[] = {
         {kNotPropFile, false, "a file in a property set without .prop: it is never loaded"},
         {kMapTargetSelectsNothing, false,
          "a map file entry whose target key has no property set nor build.<key>.prop"},
+        {kFailedRead, true, "a read the library made at boot failed on a path that is there"},
+        {kUnreadFile, false,
+         "a property file under a partition that the boot never read and no other key would"},
 };
 const size_t kLintRuleCount = std::size(kLintRules);
 

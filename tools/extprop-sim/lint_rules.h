@@ -30,6 +30,8 @@ constexpr char kUnknownSet[] = "unknown-set";
 constexpr char kDirectoryInSet[] = "directory-in-set";
 constexpr char kNotPropFile[] = "not-prop-file";
 constexpr char kMapTargetSelectsNothing[] = "map-target-selects-nothing";
+constexpr char kFailedRead[] = "failed-read";
+constexpr char kUnreadFile[] = "unread-file";
 }  // namespace lint_rule
 
 // Every rule, in the order the README lists them.

@@ -20,8 +20,17 @@ std::string Count(size_t n, const char* what) {
 
 // Appends to |out| rather than returning: a batch can hold every line of a
 // large build.prop, and its text needn't exist twice.
+// Writes what |out| holds to |file| once it has grown past a buffer's worth:
+// a batch of half a million entries never stands whole in memory.
+void Spill(std::string* out, FILE* file) {
+    constexpr size_t kSpillAt = 1 << 20;
+    if (out->size() < kSpillAt) return;
+    fwrite(out->data(), 1, out->size(), file);
+    out->clear();
+}
+
 void AppendBatchText(const sandbox::Batch& batch, const BatchEffects& effects,
-                     const PropertyMap& final_store, std::string* out) {
+                     const PropertyMap& final_store, std::string* out, FILE* file) {
     size_t counts[5] = {};
     for (const Effect& effect : effects) ++counts[effect.what];
     *out += "-- " + KindName(batch.kind) + ", " + std::to_string(batch.props.size()) +
@@ -39,19 +48,21 @@ void AppendBatchText(const sandbox::Batch& batch, const BatchEffects& effects,
         *out += '=';
         AppendPrintable(value, out);
         if (effect.what == Effect::kChanged || effect.what == Effect::kCleared) {
-            *out += "  (was " + Printable(effect.before) + ")";
+            *out += "  (was " + Printable(std::string(effect.before)) + ")";
         }
         if (effect.what == Effect::kRefused) {
-            *out += "  (refused: " + Printable(effect.reason) + ")";
+            *out += "  (refused: " + Printable(std::string(effect.reason)) + ")";
         }
         auto final_value = final_store.find(name);
         const bool final_set = final_value != final_store.end();
-        const std::string& left = effect.what == Effect::kRefused ? effect.before : value;
+        const std::string_view left =
+                effect.what == Effect::kRefused ? effect.before : std::string_view(value);
         if (!final_set ? !left.empty() : final_value->second != left) {
             *out += !final_set ? "  (final: unset)"
                                : "  (final: " + Printable(final_value->second) + ")";
         }
         *out += '\n';
+        Spill(out, file);
     }
 }
 
@@ -70,9 +81,11 @@ Json EntryJson(const std::string& name, const std::string& value, const Effect& 
     entry["effect"] = EffectName(effect.what);
     const bool replaced = effect.what == Effect::kChanged || effect.what == Effect::kCleared ||
                           (effect.what == Effect::kRefused && !effect.before.empty());
-    PutBytes(&entry, "previous", replaced ? std::optional(effect.before) : std::nullopt);
+    PutBytes(&entry, "previous",
+             replaced ? std::optional(std::string(effect.before)) : std::nullopt);
     PutBytes(&entry, "reason",
-             effect.what == Effect::kRefused ? std::optional(effect.reason) : std::nullopt);
+             effect.what == Effect::kRefused ? std::optional(std::string(effect.reason))
+                                             : std::nullopt);
     auto final_value = final_store.find(name);
     PutBytes(&entry, "final",
              final_value == final_store.end() ? std::nullopt : std::optional(final_value->second));
@@ -102,7 +115,7 @@ char SeverityLetter(android::base::LogSeverity severity) {
     return severity >= 0 && severity < 7 ? kLetters[severity] : '?';
 }
 
-std::string BootReportText(const BootConfig& config, const BootResult& result) {
+void WriteBootReportText(const BootConfig& config, const BootResult& result, FILE* file) {
     const sandbox::Outcome& outcome = result.outcome;
     const auto effects = ReplayBatches(config, result);
     std::string out = "Booted " + Printable(config.tree) + " with " + Printable(config.library) +
@@ -118,7 +131,7 @@ std::string BootReportText(const BootConfig& config, const BootResult& result) {
         out += "\n== " + Printable(result.steps[i].Describe()) + "\n";
         for (size_t b = 0; b < outcome.batches.size(); ++b) {
             if (StepIndex(outcome.batches[b].step) != static_cast<int>(i)) continue;
-            AppendBatchText(outcome.batches[b], effects[b], outcome.properties, &out);
+            AppendBatchText(outcome.batches[b], effects[b], outcome.properties, &out, file);
         }
         if (auto note = outcome.notes.find(std::to_string(i)); note != outcome.notes.end()) {
             out += "-- result: " + Printable(note->second) + "\n";
@@ -130,8 +143,9 @@ std::string BootReportText(const BootConfig& config, const BootResult& result) {
         out += '=';
         AppendPrintable(value, &out);
         out += '\n';
+        Spill(&out, file);
     }
-    return out;
+    fwrite(out.data(), 1, out.size(), file);
 }
 
 std::string BootReportJson(const BootConfig& config, const BootResult& result) {

@@ -2,6 +2,7 @@
 // How a boot is shown: as text for a person, or as one JSON document.
 #pragma once
 
+#include <cstdio>
 #include <string>
 
 #include "boot.h"
@@ -9,7 +10,8 @@
 
 namespace extprop_sim {
 
-std::string BootReportText(const BootConfig& config, const BootResult& result);
+// The text report, written to |file| as it is made.
+void WriteBootReportText(const BootConfig& config, const BootResult& result, FILE* file);
 std::string BootReportJson(const BootConfig& config, const BootResult& result);
 
 // A step of a boot as the JSON documents show it: "step" (its index, null
