@@ -103,7 +103,7 @@ void AppendSteps(const BootConfig& config, const BootResult& result, std::string
                         HtmlText(name) + "</td><td class=\"mono\">" + HtmlText(value) +
                         "</td><td class=\"effect-" + EffectName(effect.what) + "\">" +
                         EffectName(effect.what) +
-                        (refused ? ": " + HtmlText(effect.reason) : std::string()) + "</td></tr>\n";
+                        (refused ? ": " + HtmlText(std::string(effect.reason)) : std::string()) + "</td></tr>\n";
             }
             *out += "</table>\n";
             for (const size_t count : counts) {
