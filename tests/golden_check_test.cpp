@@ -57,10 +57,14 @@ TEST_F(GoldenCheckTest, UpdateWritesTheGoldenFileThatTheSameBootThenMatches) {
     EXPECT_THAT(Lines(same.out), ElementsAre(golden_ + ": same"));
 }
 
-TEST_F(GoldenCheckTest, ChangedValueExitsOneWithALinePerBatchAndAfterBoot) {
+TEST_F(GoldenCheckTest, ChangedValueExitsOneWithALinePerBatchAndAfterBootAndWritesThePage) {
     ASSERT_EQ(Check(Device("web.de"), {"--update"}).status, 0);
-    const SimulatorRun run = Check(Device("web.fr"));
+    const std::string page = std::string(dir_.path) + "/page.html";
+    const SimulatorRun run = Check(Device("web.fr"), {"--html", page});
     EXPECT_EQ(run.status, 1);
+    std::string html;  // the failed boot's page, to look at
+    ASSERT_TRUE(android::base::ReadFileToString(page, &html)) << run.err;
+    EXPECT_THAT(html, HasSubstr("web.fr"));
     EXPECT_THAT(Lines(run.out),
                 AllOf(Contains("step 0 slot 4 loadExtensionPartitionProperties map: "
                                "\"ro.zelva.operator.apn.default\": golden \"web.de\" (new), "

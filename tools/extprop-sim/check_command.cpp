@@ -12,7 +12,9 @@
 
 #include "boot_options.h"
 #include "commands.h"
+#include "definitions.h"
 #include "golden.h"
+#include "html_report.h"
 #include "option_file.h"
 #include "printable.h"
 #include "report.h"
@@ -42,8 +44,14 @@ int CheckCommand(const CheckArgs& args) {
     BootConfig config;
     std::string error;
     if (!MakeBootConfig(args.boot, &config, &error)) return Fail(error);
+    // Only a page pays for bringing every loaded file back.
+    LoadedFiles loaded;
+    if (!args.html_file.empty()) RecordEveryLoadedFile(&config, &loaded);
     BootResult result;
     if (!BootQuietly(config, &result, &error)) return Fail(error);
+    const DefinitionsModel model =
+            args.html_file.empty() ? DefinitionsModel() : BuildDefinitions(result);
+    if (!args.boot.verbose) DropVerboseRecords(&result.outcome);
     // An ota step's DIR is relative to the script's directory, wherever that lies.
     const std::string script_dir =
             args.boot.script_file.empty()
@@ -67,6 +75,12 @@ int CheckCommand(const CheckArgs& args) {
     const std::vector<std::string> differences =
             GoldenDifferences(NormalizedBootDocument(std::move(golden), args.ignored, ""), now);
     for (const std::string& difference : differences) printf("%s\n", difference.c_str());
+    // The page of a boot that failed its check, to look at.
+    const bool failed = !differences.empty() || status != kExitOk;
+    if (failed && !args.html_file.empty()) {
+        if (!WriteHtmlReport(args.html_file, config, result, model, &error)) return Fail(error);
+        fprintf(stderr, "extprop-sim: the boot's page is %s\n", Printable(args.html_file).c_str());
+    }
     printf("%s: %s\n", Printable(args.golden_file).c_str(),
            differences.empty() ? "same" : (std::to_string(differences.size()) + " difference(s)").c_str());
     return differences.empty() ? status : kExitFindings;

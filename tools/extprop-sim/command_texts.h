@@ -47,7 +47,9 @@ constexpr Command kDiff = {
         "The older 'diff TREE_A TREE_B' still works, with a warning."};
 
 constexpr Command kCheck = {
-        "check", "check --golden FILE --root DIR [BOOT OPTIONS] [--ignore GLOB]... [--update]",
+        "check",
+        "check --golden FILE --root DIR [BOOT OPTIONS] [--ignore GLOB]... [--update]\n"
+        "      [--html PAGE]",
         "Boot and compare with a saved boot --json document",
         "Boots like boot (or runs --script and --then) and compares the result with\n"
         "the golden FILE, a boot --json document: the steps, every batch's entries,\n"
@@ -55,8 +57,9 @@ constexpr Command kCheck = {
         "What varies between machines is left out on both sides (the library's source\n"
         "line of a log record, timings); --ignore GLOB also leaves out the properties\n"
         "and log messages it matches (a shell glob, repeatable). --update writes FILE\n"
-        "from this boot instead. Exit status 0 when they are the same (or FILE was\n"
-        "written), 1 when they differ or a script assertion failed."};
+        "from this boot instead; --html writes the boot's page when the check fails.\n"
+        "Exit status 0 when they are the same (or FILE was written), 1 when they\n"
+        "differ or a script assertion failed."};
 
 constexpr Command kState = {
         "state", "state --root DIR [BOOT OPTIONS] [--json]",

@@ -41,6 +41,7 @@ struct CheckArgs {
     std::string golden_file;           // --golden FILE
     std::vector<std::string> ignored;  // --ignore GLOB, repeatable
     bool update = false;               // write the golden file instead of comparing
+    std::string html_file;             // --html FILE: the boot's page, when the check fails
 };
 
 struct StateArgs {

@@ -172,6 +172,11 @@ int main(int argc, char** argv) {
             ->type_name("GLOB")
             ->allow_extra_args(false);
     check_command->add_flag("--update", check.update, "write FILE from this boot instead");
+    check_command
+            ->add_option("--html", check.html_file,
+                         "when the check fails, write the boot's page (as boot --html) to PAGE")
+            ->type_name("PAGE")
+            ->check(kNotEmpty);
 
     StateArgs state;
     CLI::App* state_command = AddCommand(&app, kState);
